@@ -1,0 +1,25 @@
+// The per-device configuration file: where it is, and how it is read, created, merged and replaced.
+//
+// A file is replaced whole (written beside, flushed, renamed over), so a reader finds the old or the new text. Trees are the
+// caller's. All return 0 on success, -1 on failure.
+#ifndef APPIDENT_CONFIG_FILE_H
+#define APPIDENT_CONFIG_FILE_H
+
+#include "common/guards.h"
+
+struct config_path {
+    char text[256];
+};
+// False when the platform has no directory, the MAC text is empty or holds "/", or the path does not fit.
+bool make_config_path(const char *mac_str, config_path *path);
+// The stored "device" equals the MAC text.
+bool config_is_of(const cJSON *root, const char *mac_str);
+// Writes the text in place of the file. The old or the new text survives any interruption. -1 up to the rename.
+int write_config_file(const char *path, const char *text);
+
+int load_config(const char *mac_str, cJSON **config_root);
+int save_config(const char *mac_str, const char *config);
+int update_config(const char *mac_str, const char *config, const char *config_path);
+int replace_config(const char *mac_str, const char *config);
+
+#endif

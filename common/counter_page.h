@@ -1,0 +1,40 @@
+// Named 32-bit counters in a small file that other processes map and read while the owner counts.
+//
+// Format, host order: counter_page_header, then `count` counter_slot records. Counters wrap at 2^32. The owner replaces the
+// file when it starts, so a reader never meets another run's page; where no file can be made, counting goes on in memory.
+// Rejected: a request for them (the request ids are the web interface's), log lines (a technician would have to wait for one).
+#ifndef COMMON_COUNTER_PAGE_H
+#define COMMON_COUNTER_PAGE_H
+
+#include "igd/igd_types.h"
+
+#include <atomic>
+
+struct counter_page_header {
+    u32 magic;
+    u32 version;
+    u32 count;
+    u32 owner; // process id
+};
+
+struct counter_slot {
+    char name[28];
+    std::atomic<u32> value;
+};
+static_assert(sizeof(counter_slot) == 32, "a counter on file is 32 bytes");
+
+constexpr u32 counter_page_magic = 0x41504331;
+constexpr u32 counter_page_version = 1;
+
+// Makes the page at the path (readable by all, owned by the caller) with `count` zeroed counters of these names; null when it
+// cannot. The mapping lasts for the process.
+counter_slot *counter_page_create(const char *path, const char *const *names, u32 count);
+
+// Reads a page: fills up to `room` counters and the owner's process id; their number, or -1 when there is no valid page.
+struct counter_reading {
+    char name[28];
+    u32 value;
+};
+int counter_page_read(const char *path, counter_reading *out, int room, u32 *owner);
+
+#endif

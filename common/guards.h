@@ -1,0 +1,58 @@
+// Scope guards: whoever holds one owns the thing and gives it back on every way out.
+#ifndef COMMON_GUARDS_H
+#define COMMON_GUARDS_H
+
+#include <cjson/cJSON.h>
+#include <memory>
+#include <pthread.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+struct heap_release {
+    void operator()(void *memory) const { free(memory); }
+};
+// A malloc'd text or record.
+template <typename type> using heap_ptr = std::unique_ptr<type, heap_release>;
+using heap_text = heap_ptr<char>;
+
+struct json_release {
+    void operator()(cJSON *tree) const { cJSON_Delete(tree); }
+};
+// A cJSON tree that nothing else owns.
+using json_tree = std::unique_ptr<cJSON, json_release>;
+
+class lock_guard {
+public:
+    explicit lock_guard(pthread_mutex_t &mutex) : held(mutex) { pthread_mutex_lock(&held); }
+    ~lock_guard() { pthread_mutex_unlock(&held); }
+    lock_guard(const lock_guard &) = delete;
+    lock_guard &operator=(const lock_guard &) = delete;
+
+private:
+    pthread_mutex_t &held;
+};
+
+// An open descriptor, -1 for none.
+class fd_guard {
+public:
+    explicit fd_guard(int descriptor) : fd(descriptor) {}
+    ~fd_guard()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    fd_guard(const fd_guard &) = delete;
+    fd_guard &operator=(const fd_guard &) = delete;
+    int get() const { return fd; }
+    int release()
+    {
+        int given = fd;
+        fd = -1;
+        return given;
+    }
+
+private:
+    int fd;
+};
+
+#endif
