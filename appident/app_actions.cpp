@@ -24,12 +24,10 @@ void note_payment_hit(const char *mac_text, u32 word, u32 ruleid, const unsigned
     device_record *dev = find_device(mac_text);
     if (!dev)
         return;
-    if (dev->device_state == device_listed || dev->device_state == device_offline) {
-        char ip_text[INET_ADDRSTRLEN] = "";
-        in_addr address = {ip};
-        inet_ntop(AF_INET, &address, ip_text, sizeof(ip_text));
-        activate_device(dev, ip_text, mac);
-    }
+    char ip_text[INET_ADDRSTRLEN] = "";
+    in_addr address = {ip};
+    inet_ntop(AF_INET, &address, ip_text, sizeof(ip_text));
+    activate_device(dev, ip_text, mac); // unless it is active already
     add_app_payment_record(dev, word, ruleid);
 }
 
