@@ -7,7 +7,6 @@
 #include "common/log.h"
 #include "igd/igd_lib.h"
 
-#include <stdio.h>
 #include <string.h>
 
 namespace {
@@ -126,7 +125,10 @@ int push_using_app(void)
         count(counter_no_memory);
         return 0;
     }
-    snprintf(text.get(), using_text_size, "[%s]", list.text);
+    bounded_text array = make_bounded_text(text.get(), using_text_size);
+    append_whole(array, "[");
+    append_whole(array, list.text);
+    append_whole(array, "]");
     url_check_log(0, "[appident] push_using_app: %s", text.get());
     my_push(push_code_presence, text.get(), 0);
     return 0;
