@@ -1,0 +1,22 @@
+// Plays a scenario against the running daemon, at the pace of the clock that both see.
+#ifndef HOUSEHOLD_SIMULATOR_PLAYER_H
+#define HOUSEHOLD_SIMULATOR_PLAYER_H
+
+#include "tools/household_simulator/outcome.h"
+#include "tools/household_simulator/plan.h"
+
+#include <sys/types.h>
+
+struct played {
+    bool complete = false; // the daemon served from before the first step until the end
+    std::vector<outcome> seen;
+    u32 unreadable = 0; // pushes that made no sense
+};
+
+// Sends every step when its time has come and tells the timeline on standard output.
+played play(const scenario &household, const std::vector<step> &plan, pid_t daemon);
+
+// Wall clock, epoch seconds.
+moment now_by_the_clock();
+
+#endif
