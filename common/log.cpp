@@ -49,6 +49,8 @@ void reopen_log(int fd)
         url_check_cleanup();
         return;
     }
+    if (fresh == fd) // somebody had closed it
+        return;
     dup2(fresh, fd);
     close(fresh);
 }
