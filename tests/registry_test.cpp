@@ -1,1 +1,231 @@
+// Who is tracked: the start-up list, devices that come and go, lost roles, and the dump that the technician reads.
 #include "tests/support/household.h"
+
+#include <filesystem>
+#include <fstream>
+
+static const char *const online = "/app/devices/webs/getdeviceslist.cgi";
+static const char *const offline = "/app/devices/webs/get_offline_dev_list.cgi";
+
+class registry : public household {
+protected:
+    static lines tracked()
+    {
+        lines macs;
+        list_for_each(node, &device_apps_head) macs.push_back(device_of(node)->mac);
+        return macs;
+    }
+    // Answers that count as none, for a service that is asked about the tablet.
+    static lines failed_answers()
+    {
+        const std::string element = std::string("{\"mac\":\"") + tablet.mac + "\",\"role\":\"1\"}";
+        return {"", "no json", "[]", "{}", "{\"data\":[" + element + "]}", "{\"err_no\":\"1\",\"data\":[" + element + "]}",
+                "{\"err_no\":0,\"data\":[" + element + "]}", "{\"err_no\":null,\"data\":[" + element + "]}", "{\"err_no\":\"0\"}",
+                "{\"err_no\":\"0\",\"data\":null}", "{\"err_no\":\"0\",\"data\":" + element + "}", "{\"err_no\":\"0\",\"data\":[]}",
+                "{\"err_no\":\"0\",\"data\":[null]}", std::string("{\"err_no\":\"0\",\"data\":[{\"mac\":\"") + tablet.mac + "\"}]}",
+                std::string("{\"err_no\":\"0\",\"data\":[{\"mac\":\"") + tablet.mac + "\",\"role\":1}]}"};
+    }
+};
+
+TEST_F(registry, start_up)
+{
+    platform.devices = {{"02-00-00-00-00-01", "2"}, {"02-00-00-00-00-02", "0"}, {"02-00-00-00-00-03", "-1"},
+                        {"02-00-00-00-00-04", "1", false}, {"02-00-00-00-00-05-AND-MORE", "1"}};
+    EXPECT_EQ(app_ident_init(), 0);
+    EXPECT_EQ(naps().front().seconds, 20u);
+    nap worker = wait_for_worker_nap();
+    EXPECT_EQ(worker.seconds, 3u);
+    EXPECT_FALSE(worker.lock_was_held);
+    EXPECT_EQ(tracked(), (lines{"02-00-00-00-00-01", "02-00-00-00-00-05-A"}));
+    lines log = logged();
+    log.resize(7);
+    EXPECT_EQ(log, (lines{"[appident] app_ident_init ->  start sleep 20S", "[appident] app_ident_init ->   sleep 20S over",
+                          "[appident] online device: 4 ", "[appident] add online role:2 mac:02-00-00-00-00-01",
+                          "[appident] init_device_app_list 02-00-00-00-00-02 ->device_role:0",
+                          "[appident] init_device_app_list 02-00-00-00-00-03 ->device_role:-1",
+                          "[appident] add online role:1 mac:02-00-00-00-00-05-AND-MORE"}));
+    EXPECT_EQ(asked().front(), std::string(online) + "?noneed=noneed");
+    const device_record &rec = *device_of(device_apps_head.next);
+    EXPECT_EQ(rec.device_state, -1);
+    EXPECT_EQ(rec.role, 0) << "only decides whether a record is made";
+    for (u32 i = 0; i < 4; ++i) {
+        EXPECT_TRUE(list_empty(&rec.pay_sets[i].pay_rule_list_head));
+        EXPECT_EQ(rec.pay_sets[i].app_id, 300 + i);
+    }
+    for (const app_ident_record &slot : rec.apps)
+        EXPECT_TRUE(list_empty(&slot.rule_list_head));
+}
+
+TEST_F(registry, answers_that_count_as_none)
+{
+    know(tablet);
+    for (const std::string &answer : failed_answers()) {
+        SCOPED_TRACE(answer);
+        platform.answers = {{online, answer}};
+        init_device_app_list();
+        feed_router(host_message(0, tablet.mac));
+        EXPECT_EQ(tracked(), lines{});
+        EXPECT_EQ(get_device_role(tablet.mac), -3);
+        platform.answers[offline] = answer;
+        EXPECT_EQ(get_device_role(tablet.mac), -3);
+    }
+}
+
+TEST_F(registry, devices_come_and_go)
+{
+    arrive(tablet);
+    EXPECT_EQ(logged(), (lines{"[appident] add online role:1 mac:02-00-00-00-00-0A"}));
+    EXPECT_EQ(asked(), (lines{std::string(online) + "?mac=02-00-00-00-00-0A"}));
+    arrive(tablet);
+    EXPECT_EQ(logged(), (lines{"[appident] add online: 02-00-00-00-00-0A but this mac already in list"}));
+    EXPECT_EQ(asked(), lines{});
+    EXPECT_EQ(arrive(phone, "0"), nullptr);
+    EXPECT_EQ(logged(), (lines{"[appident] IGD_ACTION_ADD 02-00-00-00-00-0B ->device_role:0"}));
+    const std::string one = "{\"mac\":\"02-00-00-00-00-0B\",\"role\":\"3\"}";
+    platform.answers[online] = "{\"err_no\":\"0\",\"data\":[" + one + "," + one + "]}";
+    EXPECT_EQ(arrive(phone), nullptr);
+    EXPECT_EQ(logged(), lines{});
+    platform.answers[online] = "{\"err_no\":\"0\",\"data\":[{\"mac\":\"other\",\"role\":\"3\"}]}";
+    ASSERT_NE(arrive(phone), nullptr) << "under the MAC of the event";
+    EXPECT_EQ(tracked(), (lines{tablet.mac, phone.mac}));
+    in_addr address{};
+    handle_device_action(2, &address, nullptr);
+    handle_device_action(2, nullptr, mac_from_text(tablet.mac).data());
+    handle_device_action(1, &address, mac_from_text(tablet.mac).data());
+    EXPECT_EQ(tracked().size(), 2u);
+    leave(tablet);
+    EXPECT_EQ(tracked(), (lines{phone.mac}));
+}
+
+TEST_F(registry, roles)
+{
+    platform.devices = {{"A", "5"}, {"B", "0"}, {"C", "-4"}, {"D", "0", false}, {"E", "7x", false}};
+    logged();
+    EXPECT_EQ(get_device_role(nullptr), -1);
+    EXPECT_EQ(get_device_role(""), -1);
+    EXPECT_EQ(logged().back(), "[appident]  get_device_role -1 mac_str == NULL or strlen(mac_str)=0");
+    EXPECT_EQ(asked(), lines{});
+    EXPECT_EQ(get_device_role("A"), 5);
+    EXPECT_EQ(asked(), (lines{std::string(online) + "?mac=A"}));
+    EXPECT_EQ(get_device_role("C"), -4);
+    EXPECT_EQ(logged(), lines{});
+    EXPECT_EQ(get_device_role("B"), 0);
+    EXPECT_EQ(logged(), (lines{"[appident] get_device_role  -> B: role [0]"}));
+    asked();
+    EXPECT_EQ(get_device_role("E"), 7);
+    EXPECT_EQ(asked(), (lines{std::string(online) + "?mac=E", std::string(offline) + "?"}));
+    EXPECT_EQ(logged(), (lines{"[appident] get_offline_device_role -> E: role [7]"}));
+    EXPECT_EQ(get_device_role("F"), -3);
+    platform.failing = {online};
+    EXPECT_EQ(get_device_role("D"), 0);
+    platform.failing = {"call_cgi"};
+    EXPECT_EQ(get_device_role("D"), -3);
+}
+
+TEST_F(registry, a_role_taken_away)
+{
+    const std::string config = directory + "/" + tablet.mac + ".config";
+    device_record *dev = arrive(tablet);
+    arrive(phone, "0");
+    wait(1100);
+    hit(6, start);
+    hit(5, start);
+    wait(61);
+    hit(5, more);
+    std::ofstream(config) << "{}";
+    platform.failing = {online, offline};
+    wait(36);
+    sent();
+    wait(3);
+    EXPECT_EQ(sent(), lines{}) << "a role that cannot be learnt protects";
+    platform.failing = {"get_config_path"};
+    platform.device(tablet.mac).role = "0";
+    const lines report = {history(5, 60, 100, 1000, "16777223,7")};
+    auto sweep = [] {
+        lock_guard held(device_apps_mtx);
+        del_role_protect();
+    };
+    sent();
+    sweep();
+    EXPECT_EQ(sent(), report) << "history, but no presence without a role";
+    EXPECT_EQ(record(tablet), dev);
+    EXPECT_EQ(app(5)->app_state, APP_USING);
+    platform.failing = {};
+    logged();
+    wait(1199);
+    EXPECT_EQ(record(tablet), dev);
+    hit(5, start);
+    wait(1);
+    EXPECT_EQ(record(tablet), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(config));
+    lines log = logged();
+    for (const std::string &line : {"[app_ident]   config_path: " + config + "  remove ret:0",
+                                    std::string("[appident] role = 0   : 02-00-00-00-00-0A del one node from list")})
+        EXPECT_EQ(std::count(log.begin(), log.end(), line), 1) << line;
+    EXPECT_EQ(tracked(), lines{});
+}
+
+TEST_F(registry, records_that_others_link_fill_and_remove)
+{
+    arrive(phone);
+    know(tablet);
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        auto *dev = static_cast<device_record *>(calloc(1, sizeof(device_record)));
+        init_device_app(dev);
+        for (payment_set &set : dev->pay_sets)
+            INIT_LIST_HEAD(&set.pay_rule_list_head);
+        snprintf(dev->mac, sizeof dev->mac, "%s", tablet.mac);
+        list_add_tail(&dev->node, &device_apps_head);
+        hit(5, start);
+        EXPECT_EQ(dev->device_state, 1);
+        EXPECT_EQ(dev->apps[0].app_id, 5u);
+        hit(6, start, {}, phone);
+        EXPECT_EQ(app(6, phone)->app_id, 6u);
+        list_del(&dev->node);
+        if (round == 1)
+            clear_rule_list(&dev->apps[0].rule_list_head);
+        free_device_record(dev);
+        hit(5, more);
+        EXPECT_EQ(app(5, phone), nullptr);
+    }
+}
+
+TEST_F(registry, the_dump)
+{
+    device_record *dev = arrive(tablet);
+    arrive(phone);
+    hit(5, start, {1, 2});
+    wait(30);
+    hit(5, more, {3, 4, 8});
+    dev->apps[3].app_id = 6;
+    dev->apps[3].time_axis_sum_time = 9;
+    dev->apps[4].app_id = 7;
+    logged();
+    {
+        lock_guard held(device_apps_mtx);
+        list_device_time_axis_apps();
+    }
+    lines log;
+    for (const std::string &line : logged())
+        if (line.find(" minute, ") == std::string::npos)
+            log.push_back(line);
+        else
+            log.push_back(line.substr(line.find(" minute, ")));
+    const lines silent = {" minute, hit_times: 0, up_bytes: 0, down_bytes: 0", ""};
+    lines expected = {"[appident] ========================================================",
+                      "\tdevice: 02-00-00-00-00-0A, ip: 192.168.1.11 role:1",
+                      "\t\tAPP ID: 5, up_bytes: 3, down_bytes: 4, start_time:1773172800, history_sumtime: 0, "
+                      "time_axis_period_time = 1m, use time: 0m, app[0]",
+                      "\t\t\tRULE ID: 16777223,8,",
+                      " minute, hit_times: 2, up_bytes: 4, down_bytes: 6",
+                      ""};
+    auto add = [&](const lines &some) { expected.insert(expected.end(), some.begin(), some.end()); };
+    add(silent);
+    add(silent);
+    add({"\t\tAPP ID: 6, up_bytes: 0, down_bytes: 0, history_sumtime: 9, use time: 0m", "\t\t\tRULE ID: "});
+    for (int i = 0; i < 3; ++i)
+        add(silent);
+    add({"list count:2"});
+    EXPECT_EQ(log, expected);
+}

@@ -1,1 +1,589 @@
+// Whole stories, from the bytes of an accounting message to the texts of the pushes, with the order in which they leave.
 #include "tests/support/household.h"
+
+#include <string.h>
+
+class stories : public household {
+protected:
+    // Continuing hits every 20 seconds until the moment, the last one upon it.
+    void keep_using(u32 id, u32 moment, const lan_device &device = tablet)
+    {
+        while (clock_now() < moment) {
+            wait(20);
+            hit(id, more, {}, device);
+        }
+    }
+
+    // What was sent, without the minute reports.
+    static lines sent_but_reports()
+    {
+        lines all = sent(), kept;
+        for (const std::string &line : all)
+            if (line.find("\"using\"") == std::string::npos)
+                kept.push_back(line);
+        return kept;
+    }
+};
+
+TEST_F(stories, a_session_from_its_first_hit_to_its_history)
+{
+    const u32 t = evening;
+    device_record *dev = arrive(tablet);
+    EXPECT_EQ(dev->device_state, -1);
+    hit(5, more);
+    EXPECT_EQ(app(5), nullptr) << "a continuing hit opens nothing";
+    hit(5, start, {100, 1000, 7});
+    EXPECT_EQ(dev->device_state, 1);
+    EXPECT_STREQ(dev->ip, tablet.ip);
+    EXPECT_EQ(mac_to_text(dev->mac_bytes), tablet.mac);
+    EXPECT_EQ(dev->role, 1);
+    EXPECT_EQ(sent(), (lines{"push 1023 0 [{\"endmac\":\"02-00-00-00-00-0A\",\"role\":\"1\",\"appid\":\"5\","
+                             "\"starttime\":\"1773172800\",\"endtime\":\"0\",\"sumtime\":\"0\",\"status\":\"online\","
+                             "\"folk_id\":\"40\"}]",
+                             "status 1 app 5 at 1773172800 of 02-00-00-00-00-0A"}));
+    wait(30);
+    hit(5, more, {1, 10, 8});
+    wait(60);
+    hit(5, more, {4000000000u, 20, 9});
+    wait(60);
+    hit(5, more, {4000000000u, 30, 8});
+    hit(5, start, {3, 40, 7});
+    EXPECT_EQ(app(5)->hit_records[0].hit_times, 2u);
+    EXPECT_EQ(app(5)->hit_records[1].hit_times, 1u);
+    EXPECT_EQ(app(5)->hit_records[2].hit_times, 2u);
+    EXPECT_EQ(app(5)->hit_records[2].up_bytes, 4000000003u);
+    wait_until(t + 302);
+    EXPECT_EQ(sent(), (lines{presence("using", 5, t, 0, 1), presence("using", 5, t, 0, 2), presence("using", 5, t, 0, 2),
+                             presence("using", 5, t, 0, 2)}));
+    logged();
+    wait(1);
+    EXPECT_EQ(sent(), (lines{status(0, 5, 120), presence("offline", 5, t, t + 120, 2),
+                             "push 1008 0 {\"endmac\":\"02-00-00-00-00-0A\",\"alias\":\"the 02-00-00-00-00-0A\",\"appid\":\"5\","
+                             "\"sumtime\":\"120\",\"up_traffic\":\"8000000004\",\"down_traffic\":\"100\","
+                             "\"ruleid\":\"16777223,8,9\",\"folk_id\":\"40\"}"}));
+    const app_ident_record &ended = *app(5);
+    EXPECT_EQ(ended.app_state, APP_DISUSE);
+    EXPECT_EQ(ended.end_time, t + 120);
+    EXPECT_EQ(ended.sum_time, 2u);
+    EXPECT_EQ(ended.time_axis_sum_time, 2u);
+    EXPECT_EQ(ended.time_axis_end_time + ended.time_axis_period_time + ended.period_time + ended.move_step, 0u);
+    EXPECT_EQ(ended.up_bytes + ended.down_bytes + ended.hit_records[0].hit_times, 0u);
+    EXPECT_TRUE(list_empty(&ended.rule_list_head));
+    lines log = logged();
+    EXPECT_EQ(std::count(log.begin(), log.end(),
+                         "[appident] push_history_time_axis_sumtime -> [1008], app_id = 5, use_time = 120s, up_traffic = "
+                         "8000000004, down_traffic = 100"),
+              1);
+    // The same evening again: the sum goes on, and the opening hit counts into the bytes.
+    hit(5, more);
+    EXPECT_EQ(ended.app_state, APP_DISUSE);
+    hit(5, start, {5, 6, 7});
+    EXPECT_EQ(ended.sum_time, 2u);
+    EXPECT_EQ(ended.up_bytes, 5u);
+    EXPECT_EQ(ended.time_axis_start_time, t + 303);
+    EXPECT_EQ(sent(), (lines{presence("online", 5, t + 303, 0, 0), status(1, 5, t + 303)}));
+}
+
+TEST_F(stories, minutes_and_the_moment_of_closing)
+{
+    const struct {
+        u32 last_hit, minutes, closes;
+        std::array<u32, 3> window; // after the last hit, without a pass in between
+    } table[] = {
+        {0, 1, 183, {1, 0, 0}},   {1, 1, 183, {2, 0, 0}},   {59, 1, 183, {2, 0, 0}},  {60, 1, 183, {2, 0, 0}},
+        {61, 2, 243, {1, 1, 0}},  {119, 2, 243, {1, 1, 0}}, {120, 2, 243, {1, 1, 0}}, {121, 3, 303, {1, 0, 1}},
+        {179, 3, 303, {1, 0, 1}}, {180, 3, 303, {1, 0, 1}}, {181, 4, 363, {0, 0, 1}},
+    };
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.last_hit);
+        for (bool ticking_between : {false, true}) {
+            arrive(tablet);
+            tick();
+            sent();
+            const u32 t = static_cast<u32>(clock_now());
+            hit(5, start);
+            if (ticking_between)
+                wait(row.last_hit);
+            else
+                set_clock(t + row.last_hit);
+            hit(5, more);
+            const app_ident_record &use = *app(5);
+            EXPECT_EQ(use.period_time, row.minutes);
+            EXPECT_EQ(use.time_axis_period_time, row.minutes);
+            EXPECT_EQ(use.up_bytes, 100u) << "of the continuing hit";
+            // In the fourth minute a session that saw passes has its first minute shifted out already, once for each minute.
+            for (size_t i = 0; i < 3; ++i)
+                EXPECT_EQ(use.hit_records[i].hit_times, row.window[i]) << i;
+            if (ticking_between) {
+                wait(row.closes - row.last_hit - 1);
+                EXPECT_EQ(use.app_state, APP_USING);
+                wait(1);
+                EXPECT_EQ(use.app_state, APP_DISUSE);
+                EXPECT_EQ(use.sum_time, row.minutes - 1);
+                EXPECT_EQ(use.time_axis_sum_time, row.minutes - 1);
+                EXPECT_EQ(use.end_time, t + (row.minutes < 2 ? 60 : row.minutes * 60 - 60));
+                lines end = {status(0, 5, row.minutes * 60 - 60),
+                             presence("offline", 5, t, row.minutes < 2 ? 0 : t + row.minutes * 60 - 60, row.minutes - 1)};
+                if (row.minutes > 1)
+                    end.push_back(history(5, row.minutes * 60 - 60, 100, 1000, "16777223,7"));
+                lines all = sent_but_reports();
+                EXPECT_EQ(lines(all.begin() + 2, all.end()), end);
+            }
+            leave(tablet);
+        }
+    }
+}
+
+TEST_F(stories, a_short_session_wipes_its_app_from_the_time_axis)
+{
+    arrive(tablet);
+    hit(5, start);
+    app(5)->time_axis_sum_time = 30;
+    app(5)->sum_time = 30;
+    wait(183);
+    EXPECT_EQ(app(5)->time_axis_sum_time, 0u) << "on purpose";
+    EXPECT_EQ(app(5)->sum_time, 30u);
+}
+
+TEST_F(stories, the_time_axis_goes_from_app_to_app)
+{
+    const u32 t = evening;
+    arrive(tablet);
+    hit(5, start);
+    keep_using(5, t + 80);
+    sent();
+    // An app never seen before: status first, then the pushes of the one that lost the axis.
+    hit(6, start);
+    EXPECT_EQ(sent(), (lines{presence("online", 6, t + 80, 0, 0), status(0, 5, 60), presence("offline", 5, t, t + 60, 1),
+                             history(5, 60, 400, 4000, "16777223,7"), status(1, 6, t + 80)}));
+    EXPECT_EQ(app(5)->time_axis_end_time, t + 60);
+    EXPECT_EQ(app(5)->time_axis_sum_time, 1u);
+    EXPECT_EQ(app(5)->time_axis_period_time + app(5)->up_bytes, 0u);
+    EXPECT_EQ(app(5)->app_state, APP_USING);
+    // Neither kind of hit takes the axis back from an app that holds it.
+    hit(5, more);
+    hit(5, start);
+    EXPECT_EQ(sent(), lines{});
+    keep_using(5, t + 240);
+    sent();
+    // Silent since its first hit, app 6 ends; the next continuing hit of 5 takes the free axis, status first.
+    wait_until(t + 266);
+    EXPECT_EQ(sent_but_reports(), (lines{status(0, 6, 0), presence("offline", 6, t + 80, 0, 0)}));
+    hit(5, more);
+    EXPECT_EQ(sent(), (lines{status(1, 5, t), presence("online", 5, t + 266, t + 60, 0)}));
+    // App 6 again, known by now: the pushes first, then the status; one minute makes no history.
+    hit(6, start);
+    EXPECT_EQ(sent(), (lines{presence("online", 6, t + 266, 0, 0), presence("offline", 5, t + 266, t + 326, 0), status(0, 5, 0),
+                             status(1, 6, t + 266)}));
+    EXPECT_EQ(app(5)->time_axis_sum_time, 1u);
+    // A starting hit takes a free axis too, the push first.
+    app(6)->time_axis_app_state = APP_UNUSED;
+    hit(5, start);
+    EXPECT_EQ(sent(), (lines{presence("online", 5, t + 266, t + 326, 0), status(1, 5, t)}));
+    keep_using(5, t + 400);
+    sent();
+    app(6)->app_state = APP_UNUSED;
+    app(6)->sum_time = 9;
+    hit(6, start);
+    EXPECT_EQ(sent(), (lines{presence("online", 6, t + 406, 0, 0), presence("offline", 5, t + 266, t + 386, 2),
+                             history(5, 120, 800, 8000, "16777223,7"), status(0, 5, 120), status(1, 6, t + 406)}));
+    EXPECT_EQ(app(6)->sum_time, 0u);
+    // A state that nothing assigns: no session, but the others lose the axis all the same.
+    app(5)->app_state = APP_HIT;
+    hit(5, start);
+    EXPECT_EQ(sent(), (lines{presence("offline", 6, t + 406, t + 466, 0), status(0, 6, 0), status(1, 5, t)}));
+    EXPECT_EQ(app(5)->app_state, APP_HIT);
+}
+
+TEST_F(stories, a_game_takes_the_time_axis)
+{
+    const u32 t = evening;
+    device_record *dev = arrive(tablet);
+    hit(9, start);
+    dev->utl_num = 2;
+    dev->utl[0].class_type = 2;
+    dev->utl[1].class_type = 1;
+    dev->utl[1].app_id_num = 2;
+    dev->utl[1].app_ids[0] = {9, 1};
+    dev->utl[1].app_ids[1] = {10, 0};
+    EXPECT_EQ(appid_is_game(dev, 9), 1);
+    EXPECT_EQ(appid_is_game(dev, 10), 0);
+    wait(10);
+    hit(5, start);
+    keep_using(5, t + 100);
+    logged();
+    sent();
+    hit(9, more);
+    EXPECT_EQ(sent(), lines{}) << "only a starting hit";
+    hit(9, start);
+    EXPECT_EQ(sent(), (lines{presence("offline", 5, t + 10, t + 70, 1), history(5, 60, 500, 5000, "16777223,7"),
+                             presence("online", 9, t + 110, t + 60, 0)}))
+        << "no status on this road";
+    EXPECT_EQ(logged().front(), "[appident] game : 9");
+    EXPECT_EQ(app(5)->up_bytes, 500u) << "kept on this road";
+    EXPECT_EQ(app(5)->time_axis_period_time, 0u);
+    hit(5, start);
+    EXPECT_EQ(sent(), lines{}) << "no other app takes it back";
+    // The short branch reports before it notes the end; a game does not take it from a game.
+    app(9)->time_axis_app_state = APP_UNUSED;
+    app(9)->time_axis_period_time = 0;
+    wait(1);
+    hit(5, more);
+    app(5)->time_axis_end_time = 4242;
+    sent();
+    hit(9, start);
+    EXPECT_EQ(sent(), (lines{presence("offline", 5, t + 111, 4242, 0), presence("online", 9, t + 111, t + 60, 0)}));
+    EXPECT_EQ(app(5)->time_axis_end_time, t + 171);
+    dev->utl[1].app_ids[1].app_id = 5;
+    dev->utl[1].app_ids[1].checked = 7;
+    hit(5, start);
+    EXPECT_EQ(sent(), lines{});
+}
+
+TEST_F(stories, eleven_at_night_and_midnight)
+{
+    const u32 eleven = evening + 3 * 3600, midnight = eleven + 3600, t = eleven - 600;
+    set_clock(t);
+    ticking = start_ticking();
+    device_record *dev = arrive(tablet);
+    arrive(phone);
+    hit(6, start);
+    wait(303);
+    hit(5, start);
+    keep_using(5, eleven - 17);
+    dev->utl_num = 2;
+    dev->utl[1].alert_push_num = 3;
+    sent_but_reports();
+    logged();
+    const u32 uptime = platform.uptime + 17;
+    wait_until(eleven);
+    EXPECT_EQ(sent_but_reports(), (lines{status(0, 5, 240), status(1, 5, t + 303)}));
+    lines log = logged();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "[appident] 21:30 delay push delay_push_rand_time:1"), 1);
+    EXPECT_EQ(dev->utl[1].alert_push_num, 0u);
+    EXPECT_EQ(app(6)->app_state, APP_DISUSE);
+    EXPECT_EQ(app(6)->start_time + app(6)->end_time + app(6)->time_axis_start_time, 0u);
+    // Every pass of that minute restarts the sessions.
+    wait_until(eleven + 59);
+    lines statuses = sent_but_reports();
+    EXPECT_EQ(statuses.size(), 2u * 19);
+    EXPECT_EQ(lines(statuses.end() - 2, statuses.end()), (lines{status(0, 5, 0), status(1, 5, eleven + 54)}));
+    EXPECT_EQ(app(5)->start_time, eleven + 57);
+    EXPECT_EQ(app(5)->time_axis_start_time, eleven + 57);
+    EXPECT_EQ(app(5)->time_axis_sum_time + app(5)->sum_time, 0u);
+    wait(1);
+    EXPECT_EQ(sent_but_reports(), (lines{history(5, 240, 1400, 14000, "123456", tablet, uptime)}));
+    EXPECT_EQ(dev->delay_push_appid + dev->delay_push_period_time + dev->delay_push_accur_time + dev->delay_push_rand_time, 0u);
+    EXPECT_EQ(dev->delay_push_up_bytes + dev->delay_push_down_bytes, 0u);
+    // On to midnight with another app on the axis, the first one still open beside it.
+    hit(7, start);
+    app(5)->time_axis_sum_time = 4;
+    while (clock_now() < midnight - 20) {
+        wait(20);
+        hit(5, more);
+        hit(7, more);
+    }
+    sent();
+    const u32 armed = platform.uptime + 20;
+    wait(20);
+    EXPECT_EQ(sent_but_reports(), (lines{status(0, 7, 3480), status(1, 7, eleven + 60)}));
+    EXPECT_EQ(app(5)->time_axis_sum_time + app(7)->time_axis_sum_time + app(7)->sum_time, 0u);
+    EXPECT_EQ(app(5)->start_time, midnight);
+    EXPECT_EQ(app(7)->time_axis_start_time, midnight);
+    EXPECT_GE(dev->delay_push_rand_time, 1u);
+    EXPECT_LE(dev->delay_push_rand_time, 50u);
+    dev->delay_push_rand_time = 50;
+    wait(3);
+    EXPECT_EQ(sent_but_reports(), lines{}) << "once only";
+    wait_until(midnight + 50 * 60 - 1);
+    for (const std::string &line : sent())
+        EXPECT_EQ(line.find("push 1008"), std::string::npos);
+    wait(1);
+    EXPECT_EQ(sent(), (lines{history(7, 3480, 17600, 176000, "123456", tablet, armed)}));
+}
+
+TEST_F(stories, the_day_ends_by_local_time)
+{
+    setenv("TZ", "XST-3:30", 1);
+    tzset();
+    set_clock(evening - 1803);
+    ticking = start_ticking();
+    arrive(tablet);
+    hit(5, start);
+    wait(3);
+    EXPECT_EQ(app(5)->start_time, evening - 1800) << "restarted at 23:00 of this zone";
+}
+
+TEST_F(stories, a_pending_report_waits_for_a_role)
+{
+    device_record *dev = arrive(tablet);
+    hit(5, start);
+    sent();
+    for (const char *role : {"0", "-1"}) {
+        platform.device(tablet.mac).role = role;
+        dev->delay_push_appid = 5;
+        dev->delay_push_period_time = 1;
+        dev->delay_push_accur_time = 77;
+        lock_guard held(device_apps_mtx);
+        EXPECT_EQ(push_delay_history_time(dev), -1);
+        EXPECT_EQ(dev->delay_push_appid, 5u);
+    }
+    platform.device(tablet.mac) = {tablet.mac};
+    platform.failing = {"new_push_msg"};
+    lock_guard held(device_apps_mtx);
+    for (u32 excluded : {300, 301, 302, 310, 311, 313}) {
+        dev->delay_push_appid = excluded;
+        EXPECT_EQ(push_delay_history_time(dev), -1);
+        EXPECT_EQ(dev->delay_push_appid, excluded);
+    }
+    dev->delay_push_appid = 312;
+    EXPECT_EQ(push_delay_history_time(dev), -7);
+    EXPECT_EQ(sent(), (lines{history(312, 60, 0, 0, "123456", tablet, 77)}));
+    EXPECT_EQ(dev->delay_push_appid, 0u) << "refused or not";
+}
+
+TEST_F(stories, the_clock_steps)
+{
+    const u32 t = evening;
+    device_record *dev = arrive(tablet);
+    arrive(phone);
+    hit(5, start);
+    hit(6, start, {}, phone);
+    keep_using(5, t + 600);
+    hit(6, start, {}, phone);
+    wait_until(t + 609);
+    dev->delay_push_appid = 4;
+    dev->delay_push_period_time = 3;
+    sent();
+    logged();
+    // Last minute report at t + 600: back to it is no step back, a second before it is.
+    set_clock(t + 600);
+    tick();
+    EXPECT_EQ(sent(), lines{});
+    set_clock(t + 599);
+    tick();
+    EXPECT_EQ(sent(), (lines{history(4, 180, 0, 0, "123456"), status(0, 5, 540), presence("offline", 5, t, t + 540, 9),
+                             history(5, 540, 3000, 30000, "16777223,7"), status(0, 6, 0, phone),
+                             presence("offline", 6, t + 600, 0, 0, phone)}));
+    lines log = logged();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "now_time - last_time < 0  offline all using apps"), 1);
+    EXPECT_EQ(app(5)->app_state, APP_DISUSE);
+    EXPECT_EQ(app(5)->sum_time, 9u);
+    EXPECT_EQ(app(5)->time_axis_sum_time, 9u);
+    EXPECT_EQ(app(5)->end_time, t + 540);
+    EXPECT_EQ(app(5)->time_axis_end_time, t + 599) << "the sweep's time stays in the record";
+    EXPECT_EQ(dev->device_state, 1);
+    // The minute report starts anew; a step forward brings it at once and empties the windows.
+    hit(5, start);
+    set_clock(t + 658);
+    hit(5, more);
+    tick();
+    set_clock(t + 661);
+    hit(5, more);
+    sent();
+    set_clock(t + 659 + 60);
+    tick();
+    EXPECT_EQ(sent(), (lines{presence("using", 5, t + 599, t + 599, 1)}));
+    set_clock(t + 90000);
+    tick();
+    EXPECT_EQ(app(5)->app_state, APP_DISUSE);
+}
+
+TEST_F(stories, a_device_leaves_in_each_state)
+{
+    const u32 t = evening;
+    const lines gone = {"[appident] device offline: 02-00-00-00-00-0A del one node from list"};
+    arrive(tablet);
+    logged();
+    leave(tablet);
+    EXPECT_EQ(record(tablet), nullptr);
+    EXPECT_EQ(logged(), (lines{"[appident] device offline: 02-00-00-00-00-0A del one node(not used) from list "}));
+    // One minute: no history, and the end time as it stood. A second app, off the axis, ends in silence.
+    arrive(tablet);
+    hit(6, start);
+    hit(5, start);
+    sent();
+    logged();
+    leave(tablet);
+    EXPECT_EQ(sent(), (lines{status(0, 5, 0), presence("offline", 5, t, 0, 0)}));
+    EXPECT_EQ(logged().back(), gone.front());
+    // A longer one, with a report pending.
+    device_record *dev = arrive(tablet);
+    arrive(phone);
+    hit(5, start, {}, phone);
+    hit(5, start);
+    keep_using(5, t + 140);
+    dev->delay_push_appid = 4;
+    dev->delay_push_period_time = 3;
+    dev->delay_push_accur_time = 88;
+    sent();
+    leave(tablet);
+    EXPECT_EQ(sent(), (lines{history(4, 180, 0, 0, "123456", tablet, 88), status(0, 5, 120), presence("offline", 5, t, t + 120, 2),
+                             history(5, 120, 700, 7000, "16777223,7")}));
+    EXPECT_EQ(record(tablet), nullptr);
+    ASSERT_NE(app(5, phone), nullptr) << "the other one stays";
+    leave(tablet);
+    hit(5, start);
+    EXPECT_EQ(sent(), lines{}) << "traffic alone brings no device back";
+    // Nothing open.
+    wait(200);
+    sent();
+    leave(phone);
+    EXPECT_EQ(sent(), lines{});
+    EXPECT_TRUE(list_empty(&device_apps_head));
+}
+
+TEST_F(stories, the_111th_app)
+{
+    device_record *dev = arrive(tablet);
+    for (u32 id = 1001; id <= 1110; ++id)
+        hit(id, start);
+    for (int i = 0; i < 110; ++i)
+        ASSERT_EQ(dev->apps[i].app_id, 1001u + static_cast<u32>(i));
+    std::string before(reinterpret_cast<char *>(dev), sizeof *dev);
+    sent();
+    hit(1111, start);
+    EXPECT_EQ(memcmp(before.data(), dev, sizeof *dev), 0);
+    EXPECT_EQ(sent(), lines{});
+    hit(1110, more);
+    hit(1001, start);
+    EXPECT_EQ(app(1110)->up_bytes, 100u);
+    EXPECT_EQ(sent(), lines{});
+    wait(183);
+    sent();
+    hit(1111, start);
+    EXPECT_EQ(sent(), lines{}) << "a closed app keeps its slot";
+    hit(1050, start);
+    EXPECT_EQ(app(1050)->app_state, APP_USING);
+    // Slots that somebody else freed or filled are seen at once.
+    app(1099)->app_id = 0;
+    app(1020)->app_id = 0;
+    hit(1111, start);
+    EXPECT_EQ(dev->apps[19].app_id, 1111u) << "the lowest free slot";
+    dev->apps[98].app_id = 1222;
+    hit(1222, start);
+    EXPECT_EQ(dev->apps[98].app_state, APP_USING);
+    EXPECT_EQ(app(1333), nullptr);
+}
+
+TEST_F(stories, flows_that_are_no_app)
+{
+    device_record *dev = arrive(tablet);
+    hit(5, start);
+    for (u32 id : {300, 301, 302, 303, 0})
+        hit(id, start);
+    feed_traffic(accounting_message(app_word(6, 0, 2), start, tablet.ip, 1, 1));
+    feed_traffic(accounting_message(app_word(6), start, "192.168.1.200", 1, 1));
+    platform.neighbours["192.168.1.201"] = "02-00-00-00-00-0C";
+    feed_traffic(accounting_message(app_word(6), start, "192.168.1.201", 1, 1));
+    set_clock(31535999);
+    hit(6, start);
+    EXPECT_EQ(dev->apps[1].app_id, 0u);
+    set_clock(31536000);
+    feed_traffic(accounting_message(app_word(0xFFFF) | 0x80000000u, start, tablet.ip, 1, 1));
+    EXPECT_EQ(dev->apps[1].app_id, 0xFFFFu) << "the id ends below the top bit";
+    hit(0xFFFF, more);
+    EXPECT_EQ(dev->apps[1].up_bytes, 100u);
+}
+
+TEST_F(stories, app_8_reports_behavior)
+{
+    const u32 t = evening;
+    arrive(tablet);
+    hit(8, start, {1, 1, 7, 3});
+    EXPECT_EQ(sent(), (lines{presence("online", 8, t, 0, 0), status(1, 8, t), status(2, 8, t)}));
+    set_clock(t + 5);
+    hit(8, start, {1, 1, 7, 0});
+    hit(8, more, {1, 1, 7, 3});
+    EXPECT_EQ(sent(), lines{});
+    hit(8, start, {1, 1, 7, 0xFF});
+    EXPECT_EQ(sent(), (lines{status(2, 8, t + 5)}));
+    hit(9, start, {1, 1, 7, 3});
+    EXPECT_EQ(sent().back(), status(1, 9, t + 5));
+    app(8)->app_state = APP_DISUSE;
+    hit(8, start, {1, 1, 7, 1});
+    lines out = sent();
+    EXPECT_EQ(lines(out.end() - 2, out.end()), (lines{status(1, 8, t + 5), status(2, 8, t + 5)}));
+}
+
+TEST_F(stories, wechat_flows_open_a_window)
+{
+    const struct {
+        u32 at, count_after, flag_after;
+    } table[] = {{0, 1, 0}, {60, 0, 1}, {120, 1, 1}, {180, 1, 0}, {240, 0, 1}, {301, 1, 0}, {302, 0, 1}};
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.at);
+        set_clock(evening + row.at);
+        hit(301, start);
+        hit(300, row.at % 2 != 0 ? start : more);
+        EXPECT_EQ(wechatPay_hit_cnt, row.count_after);
+        EXPECT_EQ(wechatPay_push_flag, row.flag_after);
+        EXPECT_EQ(logged().back(), "[appident] wechatPay_push_flag:" + std::to_string(row.flag_after));
+    }
+}
+
+TEST_F(stories, a_listed_device_and_one_marked_offline)
+{
+    device_record *dev = arrive(tablet);
+    wait(130);
+    EXPECT_EQ(sent(), lines{}) << "a listed device is skipped by every pass";
+    dev->device_state = 0;
+    dev->role = 42;
+    platform.neighbours["192.168.1.77"] = tablet.mac;
+    feed_traffic(accounting_message(app_word(5), start, "192.168.1.77", 1, 1));
+    EXPECT_EQ(dev->device_state, 1);
+    EXPECT_EQ(dev->role, 42) << "not asked again";
+    EXPECT_STREQ(dev->ip, "192.168.1.77");
+    hit(5, more);
+    EXPECT_STREQ(dev->ip, "192.168.1.77") << "an active device keeps the address of its first flow";
+}
+
+TEST_F(stories, minute_reports)
+{
+    const u32 t = evening;
+    arrive(tablet);
+    arrive(phone);
+    wait(60);
+    EXPECT_EQ(logged().back(), "list count:2");
+    hit(5, start, {}, phone);
+    hit(6, start);
+    lines out = sent();
+    wait(60);
+    EXPECT_EQ(sent(), lines{});
+    lines log = logged();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "[appident] push_using_app:  sumtime=0 don`t push"), 1);
+    wait(2);
+    hit(5, more, {}, phone);
+    hit(6, more);
+    app(6)->time_axis_period_time = 11;
+    device_record *dev = record(tablet);
+    dev->apps[40] = dev->apps[0];
+    INIT_LIST_HEAD(&dev->apps[40].rule_list_head);
+    dev->apps[40].app_id = 7;
+    wait(58);
+    EXPECT_EQ(sent(), (lines{"push 1023 0 [" + presence_object("using", 6, t + 60, 0, 10) + "," +
+                             presence_object("using", 7, t + 60, 0, 10) + "," +
+                             presence_object("using", 5, t + 60, 0, 1, phone) + "]"}));
+    // More than the text holds: as many whole entries as fit.
+    dev->apps[0].app_state = APP_UNUSED;
+    for (int i = 1; i < 110; ++i) {
+        dev->apps[i].app_id = 10000 + static_cast<u32>(i);
+        dev->apps[i].time_axis_app_state = APP_USING;
+        dev->apps[i].time_axis_period_time = 2;
+    }
+    {
+        lock_guard held(device_apps_mtx);
+        push_using_app();
+    }
+    out = sent();
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_LE(out[0].size(), strlen("push 1023 0 ") + 4095);
+    EXPECT_GE(out[0].size(), strlen("push 1023 0 ") + 3700);
+    EXPECT_EQ(out[0].substr(out[0].size() - 16), "\"folk_id\":\"40\"}]");
+    platform.device(tablet.mac).role = platform.device(phone.mac).role = "0";
+    logged();
+    lock_guard held(device_apps_mtx);
+    push_using_app();
+    EXPECT_EQ(logged().back(), "[appident] push_using_app:  no device is using_app");
+    EXPECT_EQ(sent(), lines{});
+}

@@ -121,7 +121,9 @@ household::household()
     wechatPay_push_flag = 0;
     App_store_pay_time = weChat_red_pay_time = 0;
 
-    std::string pattern = (std::filesystem::temp_directory_path() / "household-XXXXXX").string();
+    // In memory where there is such a place: the log waits for the disk with each line.
+    std::filesystem::path memory = "/dev/shm";
+    std::string pattern = (exists(memory) ? memory : std::filesystem::temp_directory_path()) / "household-XXXXXX";
     directory = mkdtemp(pattern.data());
     platform = {};
     platform.config_dir = directory + "/";

@@ -65,7 +65,7 @@ int gettimeofday(struct timeval *tv, void *) noexcept
 unsigned int sleep(unsigned int seconds)
 {
     bool held_by_somebody = lock_is_held();
-    std::unique_lock<std::mutex> held(naps_mutex);
+    std::unique_lock<std::mutex> guard(naps_mutex);
     all_naps.push_back({seconds, held_by_somebody});
     if (std::this_thread::get_id() == test_thread) {
         epoch += seconds;
@@ -73,7 +73,8 @@ unsigned int sleep(unsigned int seconds)
     }
     worker_naps.push_back(all_naps.back());
     nap_taken.notify_all();
-    nap_taken.wait(held, [] { return false; });
-    return 0;
+    guard.unlock();
+    for (;;)
+        pause();
 }
 }
