@@ -1,0 +1,10 @@
+# A little-endian 32-bit MIPS box on musl; its programs run here under qemu-mipsel with the dynamic loader of
+# APPIDENT_TARGET_ROOT, where scripts/router-build has also put the commands of a compiler that carries musl.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR mipsel)
+set(CMAKE_C_COMPILER ${APPIDENT_TARGET_ROOT}/bin/mipsel-linux-musl-cc)
+set(CMAKE_CXX_COMPILER ${APPIDENT_TARGET_ROOT}/bin/mipsel-linux-musl-c++)
+set(CMAKE_AR ${APPIDENT_TARGET_ROOT}/bin/mipsel-linux-musl-ar)
+set(CMAKE_RANLIB ${APPIDENT_TARGET_ROOT}/bin/mipsel-linux-musl-ranlib)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel -L ${APPIDENT_TARGET_ROOT})
+include(${CMAKE_CURRENT_LIST_DIR}/router.cmake)
