@@ -1,0 +1,59 @@
+#include "platform/linux/lan_neighbour.h"
+
+#include "platform/linux/settings.h"
+
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <memory>
+#include <net/if.h>
+#include <netlink/addr.h>
+#include <netlink/route/neighbour.h>
+#include <string.h>
+
+namespace {
+
+constexpr int resolved_states = NUD_PERMANENT | NUD_NOARP | NUD_REACHABLE | NUD_PROBE | NUD_STALE | NUD_DELAY;
+
+struct neigh_release {
+    void operator()(rtnl_neigh *neigh) const { rtnl_neigh_put(neigh); }
+};
+
+bool is_device(const unsigned char *mac)
+{
+    static constexpr unsigned char zero[6] = {};
+    bool to_many = mac[0] & 1;
+    return !to_many && memcmp(mac, zero, sizeof(zero)) != 0;
+}
+
+} // namespace
+
+u32 lan_interface_index()
+{
+    return if_nametoindex(settings().lan_interface);
+}
+
+bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out)
+{
+    if (message->nlmsg_type != RTM_NEWNEIGH && message->nlmsg_type != RTM_DELNEIGH)
+        return false;
+    rtnl_neigh *parsed = nullptr;
+    if (rtnl_neigh_parse(message, &parsed) < 0)
+        return false;
+    std::unique_ptr<rtnl_neigh, neigh_release> neigh(parsed);
+    nl_addr *address = rtnl_neigh_get_dst(parsed);
+    // Looked up by name each time: a LAN interface that is made anew has another index.
+    if (rtnl_neigh_get_family(parsed) != AF_INET || !address || nl_addr_get_len(address) != sizeof(out->ip) ||
+        static_cast<u32>(rtnl_neigh_get_ifindex(parsed)) != lan_interface_index())
+        return false;
+    *out = {};
+    memcpy(&out->ip, nl_addr_get_binary_addr(address), sizeof(out->ip));
+    if (out->ip == 0)
+        return false;
+    nl_addr *hardware = rtnl_neigh_get_lladdr(parsed);
+    if (!hardware || nl_addr_get_len(hardware) != sizeof(out->mac))
+        return true;
+    memcpy(out->mac, nl_addr_get_binary_addr(hardware), sizeof(out->mac));
+    out->usable = message->nlmsg_type == RTM_NEWNEIGH && (rtnl_neigh_get_state(parsed) & resolved_states) != 0 &&
+                  is_device(out->mac);
+    return true;
+}

@@ -1,0 +1,20 @@
+// One message of the kernel about a neighbour, as far as it concerns the LAN.
+#ifndef PLATFORM_LINUX_LAN_NEIGHBOUR_H
+#define PLATFORM_LINUX_LAN_NEIGHBOUR_H
+
+#include "igd/igd_types.h"
+
+struct nlmsghdr;
+
+struct lan_neighbour {
+    u32 ip; // network order
+    unsigned char mac[6];
+    bool usable; // resolved to a device's MAC; false when it failed, is not resolved yet, was removed or is no device
+};
+
+// False for a message about anything but an IPv4 neighbour on the LAN interface. Any thread.
+bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out);
+// Its index, 0 when it is not there.
+u32 lan_interface_index();
+
+#endif

@@ -1,0 +1,78 @@
+#include "platform/linux/push_subscribers.h"
+
+#include "common/guards.h"
+#include "platform/linux/directories.h"
+#include "platform/linux/local_socket.h"
+#include "platform/linux/platform_counters.h"
+#include "platform/linux/settings.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr int subscribers_most = 16;
+// How far behind a subscriber may fall.
+constexpr int send_buffer = 256 * 1024;
+
+local_server server = {-1, 0};
+int subscribers[subscribers_most];
+int subscriber_count = 0;
+
+void let_go(int place)
+{
+    close(subscribers[place]);
+    subscribers[place] = subscribers[--subscriber_count];
+}
+
+void take_in()
+{
+    bool refused = false;
+    fd_guard peer(accept_local_peer(server, &refused));
+    if (refused || (peer.get() >= 0 && subscriber_count == subscribers_most))
+        count_platform(platform_subscribers_refused);
+    if (peer.get() < 0 || subscriber_count == subscribers_most)
+        return;
+    setsockopt(peer.get(), SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof(send_buffer));
+    shutdown(peer.get(), SHUT_RD);
+    subscribers[subscriber_count++] = peer.release();
+}
+
+} // namespace
+
+void open_subscribers()
+{
+    char path[state_path_size];
+    runtime_path(path, "pushes.sock");
+    make_directory(settings().runtime_dir, 0755);
+    server = open_local_server(path, SOCK_STREAM);
+}
+
+void wait_for_subscribers(int wake_fd)
+{
+    for (;;) {
+        // A hang-up is reported without being asked for; poll passes over a negative descriptor.
+        pollfd watched[2 + subscribers_most] = {{wake_fd, POLLIN, 0}, {server.fd, POLLIN, 0}};
+        for (int i = 0; i < subscriber_count; ++i)
+            watched[2 + i] = {subscribers[i], 0, 0};
+        if (poll(watched, static_cast<nfds_t>(2 + subscriber_count), -1) < 0)
+            continue;
+        for (int i = subscriber_count - 1; i >= 0; --i)
+            if (watched[2 + i].revents)
+                let_go(i);
+        if (watched[1].revents)
+            take_in();
+        if (watched[0].revents)
+            return;
+    }
+}
+
+void send_to_subscribers(const char *line, size_t length)
+{
+    for (int i = subscriber_count - 1; i >= 0; --i) {
+        if (send(subscribers[i], line, length, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(length))
+            continue;
+        count_platform(platform_subscribers_dropped);
+        let_go(i);
+    }
+}
