@@ -139,13 +139,13 @@ TEST_F(messages, router_messages)
     EXPECT_EQ(feed_router(""), -1);
     for (int action : {1, 2, 3, -1})
         EXPECT_EQ(feed_router(host_message(action, tablet.mac)), 0);
-    for (size_t cut : {4, 35, 36, 45})
+    for (size_t cut : {4u, 35u, 36u, 45u})
         feed_router(host_message(0, tablet.mac).substr(0, cut));
     EXPECT_EQ(record(tablet), nullptr);
     EXPECT_EQ(feed_router(host_message(0, tablet.mac).substr(0, 46)), 0);
     device_record *dev = record(tablet);
     ASSERT_NE(dev, nullptr);
-    for (size_t cut : {45, 46})
+    for (size_t cut : {45u, 46u})
         feed_router(host_message(2, phone.mac).substr(0, cut));
     feed_router(host_message(1, tablet.mac));
     EXPECT_EQ(record(tablet), dev);
@@ -241,7 +241,7 @@ TEST_F(log_files, stay_below_two_mebibytes)
 TEST_F(log_files, cut_lines_and_levels)
 {
     open_log("lines", 0);
-    for (size_t length : {4074, 4075, 4076, 5000}) {
+    for (size_t length : {4074u, 4075u, 4076u, 5000u}) {
         off_t before = size();
         url_check_log(1, "%s", std::string(length, 'y').c_str());
         size_t kept = std::min<size_t>(length, 4075);

@@ -62,9 +62,9 @@ TEST_F(requests, apps_in_use)
         use(dev, 20 + i, ids[i], 3);
     use(dev, 0, 5, 0);
     const std::string shown = used(303, 2) + "," + used(312, 2);
-    for (unsigned int id : {6, 7})
+    for (unsigned int id : {6u, 7u})
         EXPECT_EQ(ask(id, tablet.mac), success("\"data\":[" + shown + "," + used(0, 2) + "," + used(6, 2) + "]"));
-    for (unsigned int id : {8, 9})
+    for (unsigned int id : {8u, 9u})
         EXPECT_EQ(ask(id, both), listed(shown + "," + used(6, 2)));
     for (const char *role : {"0", "-2"}) {
         platform.device(tablet.mac).role = role;
@@ -82,7 +82,7 @@ TEST_F(requests, lengths)
     arrive(tablet);
     hit(5, start);
     const std::string list = std::string("{\"device\":[\"") + tablet.mac + "\"]}";
-    for (unsigned int id : {6, 7, 8, 9}) {
+    for (unsigned int id : {6u, 7u, 8u, 9u}) {
         SCOPED_TRACE(id);
         const std::string asked = id < 8 ? std::string(tablet.mac) : list, whole = ask(id, asked);
         const std::string text = whole.substr(whole.find('{')), length = "0 " + std::to_string(text.size()) + " ";
@@ -100,7 +100,7 @@ TEST_F(requests, lengths)
         EXPECT_STREQ(buffer, "kept");
     }
     for (const char *bad : {"", "{", "[]", "{}", "{\"device\":[]}", "{\"device\":null}", "{\"device\":\"x\"}", "{\"device\":{\"a\":\"b\"}}"})
-        for (unsigned int id : {8, 9})
+        for (unsigned int id : {8u, 9u})
             EXPECT_EQ(ask(id, bad), "-1 0 ") << bad;
     EXPECT_EQ(ask(8, "{\"device\":[1,{}]}"), success("\"results\":[]"));
 }

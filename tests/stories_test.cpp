@@ -331,7 +331,7 @@ TEST_F(stories, a_pending_report_waits_for_a_role)
     platform.device(tablet.mac) = {tablet.mac};
     platform.failing = {"new_push_msg"};
     lock_guard held(device_apps_mtx);
-    for (u32 excluded : {300, 301, 302, 310, 311, 313}) {
+    for (u32 excluded : {300u, 301u, 302u, 310u, 311u, 313u}) {
         dev->delay_push_appid = excluded;
         EXPECT_EQ(push_delay_history_time(dev), -1);
         EXPECT_EQ(dev->delay_push_appid, excluded);
@@ -470,7 +470,7 @@ TEST_F(stories, flows_that_are_no_app)
 {
     device_record *dev = arrive(tablet);
     hit(5, start);
-    for (u32 id : {300, 301, 302, 303, 0})
+    for (u32 id : {300u, 301u, 302u, 303u, 0u})
         hit(id, start);
     feed_traffic(accounting_message(app_word(6, 0, 2), start, tablet.ip, 1, 1));
     feed_traffic(accounting_message(app_word(6), start, "192.168.1.200", 1, 1));
