@@ -29,7 +29,7 @@ static std::string ids(int from, int to, const char *separator)
 }
 
 class limits_test : public household {
-protected:
+  protected:
     limits_test() : dev(arrive(tablet))
     {
         dev->device_state = device_active;
@@ -75,8 +75,7 @@ protected:
 
 static std::string alert(int code, const std::string &fields)
 {
-    return "push " + std::to_string(code) + " 0 " +
-           json("{'endmac':'@','alias':'the @'," + fields + ",'folk_id':'40'}");
+    return "push " + std::to_string(code) + " 0 " + json("{'endmac':'@','alias':'the @'," + fields + ",'folk_id':'40'}");
 }
 
 TEST_F(limits_test, a_file_becomes_limits)
@@ -92,8 +91,8 @@ TEST_F(limits_test, a_file_becomes_limits)
     std::string groups;
     for (int small = -1; small <= 16; ++small)
         groups += "{'class_type':'" + std::to_string(small) + "','appid':[" + std::to_string(100 + small) + "]},";
-    reload("{'device':'@','data':[],'appids':[" + groups + "{'class_type':1,'appid':[7]},{'appid':[8]},9,{'class_type':'1'}]}", 0,
-           "0 1:0:0:0[101] 2:0:0:0[103 104 105] 3:0:0:0[102 106 107 108 109 113 114] 4:0:0:0[110]");
+    reload("{'device':'@','data':[],'appids':[" + groups + "{'class_type':1,'appid':[7]},{'appid':[8]},9,{'class_type':'1'}]}",
+           0, "0 1:0:0:0[101] 2:0:0:0[103 104 105] 3:0:0:0[102 106 107 108 109 113 114] 4:0:0:0[110]");
     // Class 5 and unknown classes take the first slot that is free, 0 none; an id that is there twice counts twice.
     reload(one + "{'class_type':9},{'class_type':0},{'class_type':5,'use_time':30,'onoff':1,'appid':[4,4]}],'appids':[]}", 0,
            "3 9:0:0:0[] 5:1:30:2[4+]");

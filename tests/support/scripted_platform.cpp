@@ -6,6 +6,7 @@
 #include <cjson/cJSON.h>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <stdio.h>
 #include <string.h>
 
@@ -48,8 +49,11 @@ static bool fails(const std::string &what)
     return platform.failing.count(what) != 0;
 }
 
+// Some operations are asked for without the daemon's lock, by several threads.
 static void note(const std::string &call)
 {
+    static std::mutex noting;
+    std::lock_guard<std::mutex> held(noting);
     platform.calls.push_back(call);
 }
 
@@ -169,7 +173,7 @@ int get_config_path(char *buf, int size)
 
 int save_param(void)
 {
-    ++platform.saved;
+    __atomic_add_fetch(&platform.saved, 1, __ATOMIC_RELAXED);
     return 0;
 }
 

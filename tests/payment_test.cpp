@@ -1,0 +1,261 @@
+#include "appident/config_file.h"
+#include "tests/support/config_files.h"
+
+#include "common/guards.h"
+
+#include <arpa/inet.h>
+
+constexpr u32 major(u32 hits, u32 id)
+{
+    return 1u << 24 | hits << 16 | id;
+}
+
+class payment_test : public household {
+  protected:
+    payment_test() : dev(arrive(tablet)) { store(json("{'device':'@','data':[{}],'appids':[]}")); }
+
+    // What the router's kernel tells of a payment app; the first one loads the device's settings: everything on.
+    void rule(u32 id, u32 app = ALI_PAY, int action = 0, u32 vendor = 1)
+    {
+        feed_router(app_message(action, app_word(app, 0, vendor), id, tablet.mac, inet_addr(tablet.ip)));
+    }
+    std::vector<u32> kept(u32 app = ALI_PAY)
+    {
+        std::vector<u32> rules;
+        list_for_each (node, &dev->pay_sets[app - WECHAT_PAY].pay_rule_list_head)
+            rules.push_back(list_entry(node, pay_rule_record, node)->rule_id);
+        return rules;
+    }
+    lines alerts()
+    {
+        lock_guard lock(device_apps_mtx);
+        push_app_alert(dev);
+        return sent();
+    }
+    static lines alert(int code, const std::string &rules, long long at, const char *role = "1")
+    {
+        return {json("push 1012 0 {'endmac':'@','alias':'the @','role':'" + std::string(role) + "','paytype':'" +
+                     std::to_string(code) + "','ruleid':'" + rules + "','timestamp':'" + std::to_string(at) +
+                     "','folk_id':'40'}")};
+    }
+
+    device_record *dev;
+};
+
+TEST_F(payment_test, which_rules_make_a_payment)
+{
+    const struct {
+        std::vector<u32> rules;
+        bool paid;
+    } table[] = {
+        {{major(1, 5)}, true},
+        {{major(1, 5), 17}, true},
+        {{17, major(1, 5)}, true}, // oldest first in the alert
+        {{17, 18, 19}, false},
+        {{major(0, 5), 17}, false},
+        {{major(0, 5), major(1, 5)}, true}, // the first number that is named counts
+        {{major(2, 5)}, false},
+        {{major(2, 5), major(2, 6)}, false},
+        {{major(2, 5), 17}, true},
+        {{major(3, 5), 17, 17, major(3, 5)}, false},
+        {{major(3, 5), 17, 18}, true},
+        {{major(2, 5), major(255, 6), 17}, true},
+        {{major(255, 6), major(2, 5), 17}, false},
+    };
+    for (auto &[rules, paid] : table) {
+        std::string text;
+        for (u32 id : rules) {
+            rule(id);
+            text += (text.empty() ? "" : ",") + std::to_string(id);
+        }
+        EXPECT_EQ(alerts(), paid ? alert(1, text, clock_now()) : lines{}) << text;
+        EXPECT_EQ(kept().empty(), paid) << text; // consumed, or waiting
+        set_clock(clock_now() + 31);
+        alerts();
+        EXPECT_EQ(kept(), std::vector<u32>{}) << text;
+    }
+    // A text of rules ends at the last that fits; counting goes on.
+    std::string text;
+    for (u32 id = 4026531840; id < 4026531989; ++id) {
+        rule(id);
+        text += text.size() + 12 <= 1024 ? std::to_string(id) + "," : "";
+    }
+    rule(major(150, 0));
+    EXPECT_EQ(alerts(), alert(1, text.substr(0, text.size() - 1), clock_now()));
+}
+
+TEST_F(payment_test, windows)
+{
+    auto later = [](u32 seconds) { set_clock(clock_now() + seconds); };
+    // A rule waits 30 seconds for its companions, anew with each hit.
+    rule(major(2, 5));
+    later(30);
+    alerts();
+    EXPECT_EQ(kept().size(), 1u);
+    rule(major(2, 5));
+    later(30);
+    rule(17);
+    EXPECT_EQ(alerts().size(), 1u);
+    rule(17);
+    later(31);
+    logged();
+    alerts();
+    EXPECT_EQ(kept().size(), 0u);
+    EXPECT_TRUE(has_line(logged(), json("[appident] [@] clear_timeout_payment_rules -> delete appid = 9863169, ruleid = 17")));
+    // For 20 seconds after an alert payments of that type are swallowed.
+    for (auto [wait, told] : {std::pair{21u, 1u}, {20u, 0u}, {1u, 1u}, {0u, 0u}}) {
+        later(wait);
+        rule(major(1, 5));
+        EXPECT_EQ(alerts().size(), told) << wait;
+        EXPECT_EQ(kept().size(), 0u);
+    }
+    rule(major(1, 5), QQ_PAY);
+    EXPECT_EQ(alerts(), alert(3, std::to_string(major(1, 5)), clock_now()));
+    // A refused push is as good as sent.
+    later(21);
+    platform.failing = {"new_push_msg"};
+    rule(major(1, 5));
+    EXPECT_EQ(alerts().size(), 1u);
+    rule(major(1, 5));
+    EXPECT_EQ(alerts().size(), 0u);
+}
+
+TEST_F(payment_test, wechat_waits_for_two_flows_in_a_minute)
+{
+    rule(major(1, 5), WECHAT_PAY);
+    for (u32 gap : {0u, 61u}) {
+        set_clock(clock_now() + gap);
+        hit(WECHAT_PAY, start);
+        EXPECT_EQ(alerts(), lines{});
+        rule(major(1, 5), WECHAT_PAY);
+    }
+    set_clock(clock_now() + 60);
+    hit(WECHAT_PAY, start);
+    rule(major(1, 5), WECHAT_PAY);
+    EXPECT_EQ(alerts(), alert(2, std::to_string(major(1, 5)), clock_now()));
+    EXPECT_EQ(wechatPay_push_flag, 0);
+}
+
+TEST_F(payment_test, two_step_purchases_record_nothing)
+{
+    rule(17);
+    logged();
+    const std::string ok = json("[appident] [@] add_app_payment_record -> ok");
+    for (auto [wait, recorded] : {std::pair{5, 1}, {6, 0}}) {
+        hit(APPLE_PAY, more, {1, 1, 303001});
+        set_clock(clock_now() + wait);
+        hit(APPLE_PAY, more, {1, 1, 303002});
+        hit(APPLE_PAY, more, {1, 1, 303002}); // no first step is pending any more
+        lines log = logged();
+        EXPECT_EQ(std::count(log.begin(), log.end(), ok), recorded);
+        EXPECT_EQ(kept(APPLE_PAY).size(), 0u);
+        weChat_red_pay(dev, app_word(WECHAT_PAY), 304001);
+        set_clock(clock_now() + wait);
+        weChat_red_pay(dev, app_word(WECHAT_PAY), 304002);
+        EXPECT_EQ(logged().size(), static_cast<size_t>(1 + recorded));
+        EXPECT_EQ(kept(WECHAT_PAY).size(), 1u);
+    }
+}
+
+TEST_F(payment_test, who_is_watched)
+{
+    // Actions of other vendors, other apps and other kinds, and of devices that nobody knows.
+    rule(17, ALI_PAY, 0, 2);
+    rule(17, APPLE_PAY);
+    rule(17, ALI_PAY, 2);
+    rule(17, ALI_PAY, 1);
+    EXPECT_EQ(dev->device_state, device_listed);
+    lines log = logged();
+    log.erase(log.begin()); // arrival
+    EXPECT_EQ(log, lines{json("[appident] #-> app offline appid: 301, APPID: 0, ruleid: 17, MAC: @")});
+    feed_router(app_message(0, app_word(ALI_PAY), 17, phone.mac, 0));
+    EXPECT_EQ(record(phone), nullptr);
+
+    rule(17);
+    EXPECT_EQ(dev->device_state, device_active);
+    EXPECT_STREQ(dev->ip, tablet.ip);
+    EXPECT_EQ(kept(), std::vector<u32>{17});
+    dev->device_state = device_offline; // loads the settings again, which drops what was pending
+    rule(18);
+    EXPECT_EQ(kept(), std::vector<u32>{18});
+    EXPECT_FALSE(lock_is_held());
+
+    dev->payment_onoff = 0;
+    rule(19);
+    EXPECT_EQ(kept().size(), 1u);
+    rule(major(1, 5));
+    EXPECT_EQ(alerts(), lines{});
+    dev->payment_onoff = 1;
+    dev->pay_sets[1].onoff = 0;
+    rule(major(1, 5));
+    EXPECT_EQ(alerts(), lines{});
+    dev->pay_sets[1].onoff = 1;
+    for (auto [role, told] : {std::pair{"0", 0u}, {"-1", 0u}, {"2", 1u}}) {
+        platform.device(tablet.mac).role = role;
+        rule(major(1, 5));
+        EXPECT_EQ(alerts().size(), told);
+    }
+}
+
+// The switches of a record: enable, then the four types.
+static std::string switches_of(const device_record &dev)
+{
+    std::string text = std::to_string(dev.payment_onoff);
+    for (const payment_set &set : dev.pay_sets)
+        text += " " + std::to_string(set.app_id) + ":" + std::to_string(set.onoff);
+    return text;
+}
+
+TEST_F(payment_test, switches_are_read_and_stored)
+{
+    const std::string all = "'payment':{'enable':1,'weixin':1,'alipay':1,'qqpay':1,'applepay':1}}",
+                      on = "1 300:1 301:1 302:1 303:1";
+    const struct {
+        const char *file;
+        int result;
+        std::string switches, after; // "": unchanged
+    } loads[] = {
+        {"", -1, on, "{'device':'@'," + all},
+        {"no json", -1, on, ""},
+        {"{'device':'@','x':1}", 0, on, "{'device':'@','x':1," + all},
+        {"{'device':'@','payment':7,'x':1}", 0, on, "{'device':'@','x':1," + all},
+        {"{'device':'x','payment':{'enable':1}}", -1, "0 300:0 301:0 302:0 303:0", ""},
+        {"{'device':'@','payment':{'enable':1,'weixin':0,'alipay':1,'qqpay':0,'applepay':0}}", 0, "1 300:0 301:1 302:0 303:1",
+         ""},
+        {"{'device':'@','payment':{'enable':'1','weixin':256,'alipay':-1,'qqpay':2}}", 0, "0 300:0 301:0 302:2 303:1", ""},
+    };
+    for (auto &load : loads) {
+        std::filesystem::remove(config_file());
+        if (load.file[0] != '\0')
+            store(json(load.file));
+        leave(tablet);
+        dev = arrive(tablet);
+        lock_guard lock(device_apps_mtx);
+        EXPECT_EQ(load_device_pay_config(dev), load.result) << load.file;
+        EXPECT_EQ(switches_of(*dev), load.switches) << load.file;
+        EXPECT_EQ(stored(), json(load.after.empty() ? load.file : load.after));
+    }
+    const std::pair<const char *, const char *> saves[] = {
+        {"{'device':'@','payment':{'enable':0,'weixin':0,'alipay':9,'qqpay':0},'data':[]}",
+         "{'device':'@','payment':{'enable':1,'weixin':0,'alipay':1,'qqpay':0,'applepay':1},'data':[]}"},
+        {"{'device':'@','payment':{'qqpay':'1','weixin':1}}",
+         "{'device':'@','payment':{'weixin':0,'enable':1,'alipay':1,'qqpay':0,'applepay':1}}"},
+    };
+    for (auto [before, after] : saves) {
+        store(json(before));
+        dev->device_state = device_active;
+        EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 0, 1, 0, 1), 0);
+        EXPECT_EQ(stored(), json(after));
+        EXPECT_EQ(switches_of(*dev), "1 300:0 301:1 302:0 303:1");
+    }
+    // A device that is only listed keeps its record; one of role 0 gets no file.
+    dev->device_state = device_listed;
+    EXPECT_EQ(save_device_pay_config(tablet.mac, 0, 0, 0, 0, 0), 0);
+    EXPECT_EQ(dev->payment_onoff, 1);
+    platform.device(tablet.mac).role = "0";
+    std::filesystem::remove(config_file());
+    EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 1, 1, 1, 1), 0);
+    EXPECT_EQ(load_device_pay_config(dev), -1);
+    EXPECT_EQ(stored(), "");
+    EXPECT_TRUE(has_line(logged(), json("[app_ident] [@] load_device_pay_config -> error 2, role = 0")));
+}
