@@ -56,7 +56,7 @@ std::string outcome_text(const outcome &one)
     case outcome_payment:
         return "PAYMENT made";
     default:
-        return "the daemon says: " + (one.subject ? "in use for " + minutes_text(one.amount) : std::string("not in use"));
+        return "answer: " + (one.subject ? "in use for " + minutes_text(one.amount) : std::string("not in use"));
     }
 }
 
@@ -96,7 +96,7 @@ bool is_alert(outcome_kind kind)
 int print_table(const scenario &household, const std::map<place, pairing> &pairs, bool (*wanted)(outcome_kind))
 {
     int differences = 0;
-    printf("  %-16s %-18s %-9s %-9s  %-32s %-8s\n", "device", "what", "from", "until", "the rules say", "the daemon says");
+    printf("  %-16s %-18s %-9s %-9s %-37s %s\n", "device", "what", "from", "until", "the rules say", "the daemon says");
     for (const auto &[where, pair] : pairs) {
         if (!wanted(std::get<1>(where)))
             continue;
@@ -106,7 +106,7 @@ int print_table(const scenario &household, const std::map<place, pairing> &pairs
             const outcome &shown = expected ? *expected : *found;
             bool equal = expected && found && expected->amount == found->amount;
             differences += !equal;
-            printf("  %-16s %-18s %-9s %-9s  %-32s %-32s %s\n", device_name(household, shown.device),
+            printf("  %-16s %-18s %-9s %-9s %-37s %-37s %s\n", device_name(household, shown.device),
                    subject_text(household, shown).c_str(), shown.from ? clock_text(shown.from).c_str() : "",
                    clock_text(shown.at).c_str(), expected ? outcome_text(*expected).c_str() : "nothing",
                    found ? outcome_text(*found).c_str() : "nothing", equal ? "=" : "DIFFERENT");
