@@ -18,7 +18,8 @@ namespace {
 
 constexpr int device_status_code = 0;
 constexpr size_t push_limit = 64 * 1024;
-constexpr u32 queue_most = 512;
+// A step back of the clock ends every session of a large household within one pass: three pushes a device and more.
+constexpr u32 queue_most = 4096;
 constexpr size_t queue_bytes_most = 1024 * 1024;
 constexpr int status_records_most = 256;
 
