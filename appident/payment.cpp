@@ -31,7 +31,6 @@ constexpr u32 hits_needed(u32 rule_id)
 struct payment_evidence {
     u32 count;
     u32 needed; // as the first major rule that names a number says; 0 for none
-    bool major;
     bool assist;
     char rules[rule_text_size]; // "1,2,3", oldest first
 };
@@ -39,7 +38,7 @@ struct payment_evidence {
 void collect_evidence(payment_set &set, payment_evidence &found)
 {
     found.count = found.needed = 0;
-    found.major = found.assist = false;
+    found.assist = false;
     bounded_text rules = make_bounded_text(found.rules, sizeof(found.rules));
     list_for_each(node, &set.pay_rule_list_head)
     {
@@ -52,7 +51,6 @@ void collect_evidence(payment_set &set, payment_evidence &found)
             found.assist = true;
             continue;
         }
-        found.major = true;
         if (found.needed == 0)
             found.needed = hits_needed(rule_id);
     }
@@ -63,7 +61,7 @@ bool is_payment(const payment_evidence &found)
 {
     if (found.count == 0 || found.count < found.needed)
         return false;
-    return found.needed == 1 || (found.needed >= 2 && found.major && found.assist);
+    return found.needed == 1 || (found.needed >= 2 && found.assist);
 }
 
 void add_pay_code(cJSON *object, u32 app_id)

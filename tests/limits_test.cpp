@@ -94,8 +94,8 @@ TEST_F(limits_test, a_file_becomes_limits)
     reload("{'device':'@','data':[],'appids':[" + groups + "{'class_type':1,'appid':[7]},{'appid':[8]},9,{'class_type':'1'}]}",
            0, "0 1:0:0:0[101] 2:0:0:0[103 104 105] 3:0:0:0[102 106 107 108 109 113 114] 4:0:0:0[110]");
     // Class 5 and unknown classes take the first slot that is free, 0 none; an id that is there twice counts twice.
-    reload(one + "{'class_type':9},{'class_type':0},{'class_type':5,'use_time':30,'onoff':1,'appid':[4,4]}],'appids':[]}", 0,
-           "3 9:0:0:0[] 5:1:30:2[4+]");
+    reload(one + "{'class_type':9},{'class_type':0,'use_time':3},{'class_type':5,'onoff':1,'appid':[4,4]}],'appids':[]}", 0,
+           "3 9:0:0:0[] 5:1:0:2[4+]");
     reload(one + "{'class_type':5},{'class_type':1},{'class_type':9},{'class_type':2}]," + known, 0,
            "4 1:0:0:0[101 102] 5:0:0:0[] 9:0:0:0[] 2:0:0:0[]");
     // Five limits apply, six do not.
@@ -112,7 +112,7 @@ TEST_F(limits_test, odd_values_count_as_absent)
     reload("{'device':'@','data':[{'class_type':'1'},{'class_type':-1},{'class_type':1e300},{'class_type':true},[1]],"
            "'appids':[]}",
            0, "5");
-    reload("{'device':'@','data':[{'class_type':2,'onoff':256,'use_time':4294967296,'appid':{'x':1}},"
+    reload("{'device':'@','data':[{'class_type':2,'onoff':257,'use_time':4294967301,'appid':{'x':1}},"
            "{'class_type':1,'onoff':'1','use_time':null,'appid':[0,-5,'7',null,[3],1e99,8,4294967295]}],'appids':[[],'x',"
            "{'class_type':'1','appid':['3',0,-2,44]}]}",
            0, "2 1:0:0:8[8+ 4294967295+] 2:0:0:0[]");
@@ -146,9 +146,9 @@ TEST_F(limits_test, a_file_without_catalogue_gains_one)
 TEST_F(limits_test, the_catalogue_grows)
 {
     const std::string start = "{'device':'@','data':[{'class_type':1,'onoff':1,'use_time':60,'appid':[101]},{'class_type':2}],";
-    reload(start + "'appids':[{'class_type':'1','appid':[101]},{'class_type':'10','appid':[]}],'payment':{}}", 0,
+    reload(start + "'appids':[{'class_type':'1','appid':[101,103]},{'class_type':'10','appid':[]}],'payment':{}}", 0,
            "2 1:1:60:1[101+] 2:0:0:0[] 4:0:0:0[]");
-    const std::string groups = "[{'class_type':'1','appid':[101,102,0,'5']},{'class_type':'11','appid':[900]},"
+    const std::string groups = "[{'class_type':'1','appid':[101,102,103,0,'5']},{'class_type':'11','appid':[900]},"
                                "{'class_type':'10','appid':[400]},{'class_type':'4','appid':[201,201]}]";
     platform.answers[catalogue_path] = json("{'err_no':'0','data':" + groups + "}");
     logged();
