@@ -2,6 +2,8 @@
 #include "common/log.h"
 #include "tests/support/household.h"
 
+#include <arpa/inet.h>
+#include <endian.h>
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <memory>
@@ -37,6 +39,7 @@ static const std::string there = attribute(1, tuple("192.168.0.23", "1.2.3.4", 1
 TEST_F(messages, accounting_attributes)
 {
     const std::string ids = app_id + rule_id + limit, number = attribute(1, "\6"), short_u32(3, '\1');
+    const std::string from_six(htole16(6) - 4u, '\21'); // an attribute of it has a length whose first byte is 6
     const std::string full = "11 12 13 192.168.0.23>1.2.3.4 udp 14 1.2.3.4>255.255.255.255 udp 15";
     const std::string half = "11 12 13 192.168.0.23>1.2.3.4 udp 14 >  0";
     auto with_tuple = [&](const std::string &inside) { return ids + attribute(1, inside) + back; };
@@ -58,11 +61,11 @@ TEST_F(messages, accounting_attributes)
         {ids + there, -1, half},
         {with_tuple(""), 0, decoded(">  0")},
         {with_tuple(attribute(2, number)), 0, decoded("> udp 0")},
-        // The text looks at the first byte of the nest, so a first child of six bytes makes "tcp", on purpose.
-        {with_tuple(attribute(2, attribute(1, std::string("\21\0", 2)))), 0, decoded("> tcp 0")},
-        {with_tuple(attribute(2, attribute(9, "\6\6") + number)), 0, decoded("> tcp 0")},
-        {with_tuple(attribute(2, attribute(9, "\6\6"))), 0, decoded(">  0")},
-        {with_tuple(attribute(3, attribute(26, bytes_of(u64{7})) + attribute(25, bytes_of(u32{8})))), 0, decoded(">  7")},
+        // The text looks at the first byte of the nest, so a first child whose length starts with 6 makes "tcp", on purpose.
+        {with_tuple(attribute(2, attribute(1, from_six))), 0, decoded("> tcp 0")},
+        {with_tuple(attribute(2, attribute(9, from_six) + number)), 0, decoded("> tcp 0")},
+        {with_tuple(attribute(2, attribute(9, from_six))), 0, decoded(">  0")},
+        {with_tuple(attribute(3, attribute(26, bytes_of(u32{7}) + bytes_of(u32{0})) + attribute(25, bytes_of(u32{8})))), 0, decoded(">  7")},
         {with_tuple(attribute(3, attribute(26, bytes_of(u32{7})) + attribute(26, bytes_of(u32{8})))), 0, decoded(">  8")},
         {with_tuple(attribute(3, attribute(26, short_u32))), 0, decoded(">  0")},
         {with_tuple(attribute(1, attribute(1, short_u32) + attribute(3, bytes_of(u32{1})))), 0, decoded(">  0")},
@@ -150,7 +153,7 @@ TEST_F(messages, router_messages)
     feed_router(host_message(1, tablet.mac));
     EXPECT_EQ(record(tablet), dev);
     // A payment app's message brings its device to life; other ids, classes, vendors and actions do not.
-    const u32 ip = 0x0B01A8C0, word = app_word(300);
+    const u32 ip = inet_addr("192.168.1.11"), word = app_word(300);
     const std::string payment = app_message(0, word, 9, tablet.mac, ip);
     for (const std::string &ignored :
          {std::string(payment).replace(12, 4, bytes_of(10)), std::string(payment).replace(8, 4, bytes_of(7)),
@@ -174,13 +177,13 @@ TEST_F(messages, mac_texts_and_lan_settings)
     EXPECT_EQ(get_mac_str_by_mac(nullptr, buf, 18), nullptr);
     EXPECT_EQ(get_mac_str_by_mac(mac, nullptr, 18), nullptr);
     know(tablet);
-    EXPECT_EQ(get_mac_str_by_ip(0x0B01A8C0, buf, 17), nullptr);
-    EXPECT_EQ(get_mac_str_by_ip(0x0B01A8C0, nullptr, 18), nullptr);
+    EXPECT_EQ(get_mac_str_by_ip(inet_addr("192.168.1.11"), buf, 17), nullptr);
+    EXPECT_EQ(get_mac_str_by_ip(inet_addr("192.168.1.11"), nullptr, 18), nullptr);
     EXPECT_EQ(get_mac_str_by_ip(0x0B01A8C1, buf, 18), nullptr);
     EXPECT_STREQ(buf, "untouched");
     EXPECT_EQ(get_mac_str_by_mac(mac, buf, 18), buf);
     EXPECT_STREQ(buf, "00-1A-2B-3C-4D-5E");
-    EXPECT_EQ(get_mac_str_by_ip(0x0B01A8C0, buf, 18), buf);
+    EXPECT_EQ(get_mac_str_by_ip(inet_addr("192.168.1.11"), buf, 18), buf);
     EXPECT_STREQ(buf, tablet.mac);
     EXPECT_EQ(plugin_common_init(), 0);
     EXPECT_EQ(logged(), (lines{"[sec_plg_common] lan ip: 192.168.1.1", ""}));

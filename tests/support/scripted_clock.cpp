@@ -46,9 +46,14 @@ nap wait_for_worker_nap()
     return worker_naps.front();
 }
 
+// As the C library declares its functions.
+#ifndef __THROW
+#define __THROW
+#endif
+
 extern "C" {
 
-time_t time(time_t *out) noexcept
+time_t time(time_t *out) __THROW
 {
     time_t now = static_cast<time_t>(clock_now());
     if (out != nullptr)
@@ -56,7 +61,7 @@ time_t time(time_t *out) noexcept
     return now;
 }
 
-int gettimeofday(struct timeval *tv, void *) noexcept
+int gettimeofday(struct timeval *tv, void *) __THROW
 {
     *tv = {static_cast<time_t>(clock_now()), 0};
     return 0;
