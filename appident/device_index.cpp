@@ -1,5 +1,6 @@
 #include "appident/device_index.h"
 
+#include "appident/device_registry.h"
 #include "common/counters.h"
 
 #include <stdlib.h>
@@ -8,25 +9,17 @@
 namespace {
 
 struct device_hints {
-    device_record *rec;
     int axis_slot;                     // last known holder of the time axis
     uint16_t app_ids[apps_per_device]; // an app id has 16 bits
 };
 
-struct absent_mac {
-    u32 key;
-    u32 asked; // epoch second
-};
-
+// In list order. What a scan reads stands apart from the rest, so that it stays in a few cache lines.
 struct {
-    u32 *keys; // a hash of each MAC text, in list order; apart from the hints so that a scan stays in a few cache lines
+    u32 *keys; // a hash of each MAC text
+    device_record **records;
     device_hints *hints;
     size_t used;
     size_t room;
-    const list_head *first; // the list's ends when it was read
-    const list_head *last;
-    absent_mac absent[8];
-    size_t next_absent;
 } table;
 
 u32 key_of(const char *mac_str)
@@ -43,10 +36,13 @@ bool grow()
     auto *keys = static_cast<u32 *>(realloc(table.keys, room * sizeof(u32)));
     if (keys)
         table.keys = keys;
+    auto *records = static_cast<device_record **>(realloc(table.records, room * sizeof(device_record *)));
+    if (records)
+        table.records = records;
     auto *hints = static_cast<device_hints *>(realloc(table.hints, room * sizeof(device_hints)));
     if (hints)
         table.hints = hints;
-    if (!keys || !hints) {
+    if (!keys || !records || !hints) {
         count(counter_no_memory);
         return false;
     }
@@ -59,7 +55,7 @@ bool append(device_record *rec)
     if (table.used == table.room && !grow())
         return false;
     device_hints &hints = table.hints[table.used];
-    hints.rec = rec;
+    table.records[table.used] = rec;
     hints.axis_slot = 0;
     for (int i = 0; i < apps_per_device; i++)
         hints.app_ids[i] = static_cast<uint16_t>(rec->apps[i].app_id);
@@ -67,67 +63,41 @@ bool append(device_record *rec)
     return true;
 }
 
-void note_list_ends()
-{
-    table.first = device_apps_head.next;
-    table.last = device_apps_head.prev;
-}
-
-void forget_all()
-{
-    table.used = 0;
-    table.first = table.last = nullptr;
-    memset(table.absent, 0, sizeof(table.absent));
-}
-
+// The table names exactly the records of the list, in its order. Each record is touched only after its neighbour vouched for
+// it, so one that somebody else unlinked and freed is noticed and never read.
 bool in_step()
 {
-    return table.first == device_apps_head.next && table.last == device_apps_head.prev;
+    const list_head *node = &device_apps_head;
+    for (size_t i = 0; i < table.used; i++) {
+        const list_head *expected = &table.records[i]->node;
+        if (node->next != expected)
+            return false;
+        node = expected;
+    }
+    return node->next == &device_apps_head;
 }
 
-// Without memory the table stays empty and out of step, and every look-up walks the list.
-void read_list()
+// False, with the table empty, when there is no memory.
+bool read_list()
 {
-    forget_all();
+    table.used = 0;
     list_for_each(node, &device_apps_head) {
         if (!append(device_of(node))) {
-            forget_all();
-            return;
+            table.used = 0;
+            return false;
         }
     }
-    note_list_ends();
-}
-
-device_record *walk_list(const char *mac_str)
-{
-    list_for_each(node, &device_apps_head) {
-        device_record *rec = device_of(node);
-        if (strcmp(rec->mac, mac_str) == 0)
-            return rec;
-    }
-    return nullptr;
-}
-
-// True when the list itself was searched for the MAC within this second; notes the search otherwise.
-bool lately_absent(u32 key, u32 now)
-{
-    for (const absent_mac &entry : table.absent) {
-        if (entry.key == key && entry.asked == now)
-            return true;
-    }
-    table.absent[table.next_absent] = {key, now};
-    table.next_absent = (table.next_absent + 1) % (sizeof(table.absent) / sizeof(table.absent[0]));
-    return false;
+    return true;
 }
 
 // Look-ups of one hit ask for the same device several times over.
 device_hints *hints_of(const device_record *dev)
 {
     static size_t latest = 0;
-    if (latest < table.used && table.hints[latest].rec == dev)
+    if (latest < table.used && table.records[latest] == dev)
         return &table.hints[latest];
     for (size_t i = 0; i < table.used; i++) {
-        if (table.hints[i].rec == dev) {
+        if (table.records[i] == dev) {
             latest = i;
             return &table.hints[i];
         }
@@ -142,38 +112,23 @@ bool holds_axis(const device_record *dev, int slot)
 
 } // namespace
 
-device_record *look_up_device(const char *mac_str, u32 now)
+device_record *look_up_device(const char *mac_str)
 {
-    if (!in_step())
-        read_list();
+    if (!in_step() && !read_list())
+        return find_device(mac_str);
     u32 key = key_of(mac_str);
     for (size_t i = 0; i < table.used; i++) {
-        if (table.keys[i] == key && strcmp(table.hints[i].rec->mac, mac_str) == 0)
-            return table.hints[i].rec;
+        if (table.keys[i] == key && strcmp(table.records[i]->mac, mac_str) == 0)
+            return table.records[i];
     }
-    if (table.used > 0 && lately_absent(key, now))
-        return nullptr;
-    device_record *rec = walk_list(mac_str);
-    if (rec)
-        read_list();
-    return rec;
-}
-
-void index_linked_device(device_record *rec)
-{
-    bool was_in_step = table.first == device_apps_head.next && table.last == rec->node.prev && table.used > 0;
-    if (!was_in_step || !append(rec)) {
-        forget_all();
-        return;
+    // A record may have been given another MAC since its key was taken.
+    for (size_t i = 0; i < table.used; i++) {
+        if (strcmp(table.records[i]->mac, mac_str) == 0) {
+            table.keys[i] = key;
+            return table.records[i];
+        }
     }
-    memset(table.absent, 0, sizeof(table.absent));
-    note_list_ends();
-}
-
-void index_unlinked_device(const device_record *)
-{
-    // Rare, and a second record of the same MAC may come to the fore: the list is read again at the next look-up.
-    forget_all();
+    return nullptr;
 }
 
 int find_app_slot(device_record *dev, u32 app_id, int *free_slot)

@@ -10,13 +10,8 @@
 
 #include "appident/records.h"
 
-// First record of the list with that MAC text, or null. A MAC that is not on the list is looked for in the list itself at most
-// once a second.
-device_record *look_up_device(const char *mac_str, u32 now);
-
-// To be told after linking at the tail, and before unlinking.
-void index_linked_device(device_record *rec);
-void index_unlinked_device(const device_record *rec);
+// First record of the list with that MAC text, or null.
+device_record *look_up_device(const char *mac_str);
 
 // Slot of the app, -1 when the device has none; then *free_slot is the lowest free slot, -1 for none.
 int find_app_slot(device_record *dev, u32 app_id, int *free_slot);

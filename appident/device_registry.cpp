@@ -1,6 +1,5 @@
 #include "appident/device_registry.h"
 
-#include "appident/device_index.h"
 #include "appident/device_service.h"
 #include "appident/payment_settings.h"
 #include "appident/push_history.h"
@@ -175,12 +174,10 @@ device_record *find_device(const char *mac_str)
 void link_device(device_record *rec)
 {
     list_add_tail(&rec->node, &device_apps_head);
-    index_linked_device(rec);
 }
 
 void remove_device(device_record *rec)
 {
-    index_unlinked_device(rec);
     list_del(&rec->node);
     free_device_record(rec);
 }
