@@ -169,8 +169,10 @@ TEST_F(stories, the_time_axis_goes_from_app_to_app)
     // Silent since its first hit, app 6 ends; the next continuing hit of 5 takes the free axis, status first.
     wait_until(t + 266);
     EXPECT_EQ(sent_but_reports(), (lines{status(0, 6, 0), presence("offline", 6, t + 80, 0, 0)}));
+    app(5)->alert_push_num = app(5)->daydayup_alert_push_num = 2;
     hit(5, more);
     EXPECT_EQ(sent(), (lines{status(1, 5, t), presence("online", 5, t + 266, t + 60, 0)}));
+    EXPECT_EQ(app(5)->alert_push_num + app(5)->daydayup_alert_push_num, 0u);
     // App 6 again, known by now: the pushes first, then the status; one minute makes no history.
     hit(6, start);
     EXPECT_EQ(sent(), (lines{presence("online", 6, t + 266, 0, 0), presence("offline", 5, t + 266, t + 326, 0), status(0, 5, 0),
@@ -215,11 +217,13 @@ TEST_F(stories, a_game_takes_the_time_axis)
     sent();
     hit(9, more);
     EXPECT_EQ(sent(), lines{}) << "only a starting hit";
+    app(9)->alert_push_num = 2;
     hit(9, start);
     EXPECT_EQ(sent(), (lines{presence("offline", 5, t + 10, t + 70, 1), history(5, 60, 500, 5000, "16777223,7"),
                              presence("online", 9, t + 110, t + 60, 0)}))
         << "no status on this road";
     EXPECT_EQ(logged().front(), "[appident] game : 9");
+    EXPECT_EQ(app(9)->alert_push_num, 2u) << "kept on this road";
     EXPECT_EQ(app(5)->up_bytes, 500u) << "kept on this road";
     EXPECT_EQ(app(5)->time_axis_period_time, 0u);
     hit(5, start);

@@ -22,6 +22,7 @@ struct lan_device {
 };
 constexpr lan_device tablet{"02-00-00-00-00-0A", "192.168.1.11"};
 constexpr lan_device phone{"02-00-00-00-00-0B", "192.168.1.12"};
+constexpr lan_device laptop{"02-00-00-00-00-0C", "192.168.1.13"};
 
 enum hit_kind : u32 { more = 0, start = 0x1000000 }; // the start mark of a rule id
 struct hit_details {
