@@ -1,0 +1,33 @@
+// What a counter page says: the counters of the daemon or of the platform library, and whether their owner lives.
+#ifndef APPIDENTCTL_DAEMON_PAGE_H
+#define APPIDENTCTL_DAEMON_PAGE_H
+
+#include "common/counter_page.h"
+
+#include <string>
+#include <vector>
+
+enum daemon_state {
+    daemon_unseen,   // no page
+    daemon_gone,     // the process that wrote the page is no more; the figures are those of its run
+    daemon_starting, // within its first 21 seconds, when it answers nothing
+    daemon_serving,
+};
+
+struct counters {
+    bool found = false;
+    u32 owner = 0; // process id
+    std::vector<counter_reading> all;
+};
+
+counters read_counters(const std::string &path);
+// 0 for a counter that the page does not have.
+u32 counter_value(const counters &page, const char *name);
+
+// page: the daemon's own.
+daemon_state state_of(const counters &page);
+const char *state_name(daemon_state state);
+// Seconds until a starting daemon serves, 0 when that is not known.
+u32 seconds_to_start(const counters &page);
+
+#endif

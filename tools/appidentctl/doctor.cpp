@@ -1,0 +1,295 @@
+// doctor: why is there no data? Follows the data's way from the daemon's start to the last push; a line for each station.
+#include "tools/appidentctl/commands.h"
+#include "tools/appidentctl/daemon_call.h"
+#include "tools/appidentctl/daemon_page.h"
+#include "tools/appidentctl/exit_codes.h"
+#include "tools/appidentctl/lan_look.h"
+#include "tools/appidentctl/names.h"
+#include "tools/appidentctl/table.h"
+#include "tools/appidentctl/time_text.h"
+
+#include "common/sec_plg_common.h"
+
+#include <algorithm>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+enum severity { sound, warning, fault };
+static constexpr const char *severity_names[] = {"ok", "warning", "FAULT"};
+
+struct finding {
+    severity level;
+    std::string text;
+    std::string advice; // what to do; empty when all is well
+};
+
+struct evidence {
+    const places &where;
+    counters own, platform;
+    daemon_state state;
+    names known;
+    time_t now;
+    bool reachable;
+
+    u32 operator[](const char *name) const { return counter_value(own, name); }
+};
+
+static std::string number(u32 value)
+{
+    return std::to_string(value);
+}
+
+// A counter that should be 0.
+static finding expect_none(u32 value, const char *what, const char *advice)
+{
+    return value ? finding{warning, number(value) + " " + what, advice} : finding{sound, std::string("no ") + what, ""};
+}
+
+static finding check_daemon(const evidence &seen)
+{
+    constexpr const char *start = "start it: 'systemctl start appident' or '/etc/init.d/appident start'";
+    switch (seen.state) {
+    case daemon_unseen:
+        return {fault, "not running: no counters at " + seen.where.counters, start};
+    case daemon_gone:
+        return {fault, "process " + number(seen.own.owner) + " has ended; the figures below are those of its run", start};
+    case daemon_starting:
+        return {warning, "starting, " + number(seconds_to_start(seen.own)) + " s to go", "wait; nothing is counted before"};
+    case daemon_serving:
+        break;
+    }
+    return {sound, "serving, process " + number(seen.own.owner), ""};
+}
+
+static finding check_socket(const evidence &seen)
+{
+    if (seen.reachable)
+        return {sound, "answers at " + seen.where.socket, ""};
+    return {seen.state == daemon_starting ? warning : fault, why_unreachable(seen.where),
+            seen.state == daemon_starting ? "wait" : "see there; a client of the wrong group is turned away"};
+}
+
+static finding check_settings(const evidence &seen)
+{
+    if (!seen.where.settings_sound)
+        return {fault, seen.where.settings + " makes no sense or names an unknown group; the defaults are in force",
+                "mend the file and restart the daemon"};
+    return {sound, "state in " + seen.where.state_dir + ", LAN interface " + seen.where.lan_interface, ""};
+}
+
+static finding check_clock(const evidence &seen)
+{
+    constexpr time_t plausible = 1700000000; // late 2023, before the daemon was written
+    if (seen.now < plausible)
+        return {fault, "not set: " + time_text(seen.now), "let the box reach a time server; nothing is recorded in 1970"};
+    if (seen["last_hit_time"] > seen.now + 60)
+        return {warning, "the last record lies in the future: the clock was set back", "sessions were closed then; go on"};
+    if (seen["hits_clock_unset"])
+        return {warning, number(seen["hits_clock_unset"]) + " hits came before the clock was set", "start the daemon later"};
+    return {sound, time_text(seen.now), ""};
+}
+
+static finding check_lan(const evidence &seen)
+{
+    const std::string &name = seen.where.lan_interface;
+    lan_look lan = look_at_lan(name);
+    if (!lan.exists)
+        return {fault, "there is no interface " + name, "name the right one as \"lan_interface\" in " + seen.where.settings};
+    if (!lan.up)
+        return {fault, name + " is down", "bring it up and restart the daemon"};
+    if (lan.address.empty())
+        return {fault, name + " has no IPv4 address", "give it one and restart the daemon, which ends without"};
+    return {sound, name + " is up with " + lan.address, ""};
+}
+
+static finding check_neighbours(const evidence &seen)
+{
+    int count = count_neighbours(seen.where.lan_interface);
+    if (count == 0)
+        return {warning, "the kernel knows nobody on " + seen.where.lan_interface,
+                "is a device connected, and to this interface?"};
+    return {sound, std::to_string(count) + " on " + seen.where.lan_interface, ""};
+}
+
+static finding check_roles(const evidence &seen)
+{
+    if (!seen.known.roster_found)
+        return {fault, "no roster at " + seen.where.roster, "write it; a device is tracked once it has a role above 0"};
+    auto count = [&](auto holds) { return std::count_if(seen.known.devices.begin(), seen.known.devices.end(), holds); };
+    auto with_role = count([](const known_device &one) { return one.role > 0; });
+    auto online = count([](const known_device &one) { return one.role > 0 && one.online; });
+    auto limited = count([](const known_device &one) { return one.role == 1; });
+    std::string text = std::to_string(with_role) + " of " + std::to_string(seen.known.devices.size()) + " have a role, " +
+                       std::to_string(online) + " of them on line, " + std::to_string(limited) + " of role 1 (limits)";
+    if (with_role == 0)
+        return {fault, text, "give a device a role in " + seen.where.roster};
+    return online ? finding{sound, text, ""} : finding{warning, text, "none can use anything now; is \"online\" right?"};
+}
+
+static finding check_traffic(const evidence &seen)
+{
+    if (seen["traffic_messages"] == 0)
+        return {fault, "no message from the kernel", "is the inspection engine's module loaded and accounting on?"};
+    return {sound, number(seen["traffic_messages"]) + " messages, " + number(seen["traffic_other"]) + " not accounting", ""};
+}
+
+static finding check_decoding(const evidence &seen)
+{
+    return expect_none(seen["traffic_undecodable"] + seen["traffic_short"], "messages short or without all attributes",
+                       "do the kernel's module and the daemon belong together?");
+}
+
+static finding check_unknown_macs(const evidence &seen)
+{
+    return expect_none(seen["hits_unknown_mac"], "hits from addresses without a known MAC",
+                       "is every LAN on \"lan_interface\"? a device behind another router cannot be told apart");
+}
+
+static finding check_unknown_devices(const evidence &seen)
+{
+    return expect_none(seen["hits_unknown_device"], "hits from devices that are not tracked",
+                       "give the device a role and let it come on line again");
+}
+
+static finding check_lost(const evidence &seen)
+{
+    return expect_none(seen["traffic_lost"] + counter_value(seen.platform, "router_overruns"), "losses in full receive buffers",
+                       "raise net.core.rmem_max, or find what keeps the box busy");
+}
+
+static finding check_records(const evidence &seen)
+{
+    if (seen["hits_tracked"] == 0)
+        return {seen["traffic_messages"] ? fault : warning, "nothing recorded yet",
+                "see the lines above; " + number(seen["hits_foreign"]) + " hits were of no app of ours"};
+    time_t age = std::max<time_t>(seen.now - static_cast<time_t>(seen["last_hit_time"]), 0);
+    std::string text = number(seen["hits_tracked"]) + " hits recorded, the last " + span_text(age) + " ago";
+    return age > 3600 ? finding{warning, text, "is anybody at home?"} : finding{sound, text, ""};
+}
+
+static finding check_tables(const evidence &seen)
+{
+    u32 full = seen["app_table_full"] + counter_value(seen.platform, "neighbours_table_full");
+    if (seen["no_memory"] + counter_value(seen.platform, "no_memory"))
+        return {fault, "the box ran out of memory", "find what takes it; a restart of the daemon frees little"};
+    return expect_none(full, "entries without room in a table",
+                       "a device holds 110 apps until it leaves; let it come on line again");
+}
+
+static finding check_pushes(const evidence &seen)
+{
+    u32 lost = seen["pushes_failed"] + counter_value(seen.platform, "spool_failed");
+    if (lost)
+        return {warning, number(lost) + " pushes did not go out", "is there room in the runtime directory?"};
+    if (seen["pushes"] == 0)
+        return {seen["hits_tracked"] ? warning : sound, "none yet", "a history push follows when an app is left"};
+    return {sound, number(seen["pushes"]) + ", the last " + time_text(static_cast<time_t>(seen["last_push_time"])), ""};
+}
+
+static finding check_disk(const evidence &seen)
+{
+    constexpr unsigned long long least = 1024 * 1024;
+    struct statvfs disk = {};
+    if (statvfs(seen.where.state_dir.c_str(), &disk) != 0)
+        return {fault, seen.where.state_dir + ": " + strerror(errno), "make the directory, or name another as \"state_dir\""};
+    unsigned long long room = static_cast<unsigned long long>(disk.f_bavail) * disk.f_frsize;
+    std::string text = std::to_string(room / 1024) + " KiB free in " + seen.where.state_dir;
+    return room < least ? finding{room ? warning : fault, text, "make room; settings cannot be saved on a full disk"}
+                        : finding{sound, text, ""};
+}
+
+static finding check_log(const evidence &seen)
+{
+    constexpr time_t silent = 180; // the daemon writes every minute
+    struct stat status = {};
+    if (stat(seen.where.log.c_str(), &status) != 0)
+        return {warning, seen.where.log + ": " + strerror(errno), "is its directory writable? the lines go to standard output"};
+    time_t age = std::max<time_t>(seen.now - status.st_mtime, 0);
+    std::string text = std::to_string(status.st_size / 1024) + " KiB, last line " + span_text(age) + " ago";
+    return seen.state == daemon_serving && age > silent
+               ? finding{fault, text, "the daemon hangs or its disk is full; restart it and report this"}
+               : finding{sound, text, ""};
+}
+
+struct check {
+    const char *name;
+    finding (*look)(const evidence &);
+    bool needs_run; // says something only once a daemon has run
+};
+static constexpr check checks[] = {
+    {"daemon", check_daemon, false},
+    {"socket", check_socket, false},
+    {"settings", check_settings, false},
+    {"clock", check_clock, false},
+    {"LAN", check_lan, false},
+    {"neighbours", check_neighbours, false},
+    {"devices", check_roles, false},
+    {"traffic", check_traffic, true},
+    {"decoding", check_decoding, true},
+    {"unknown MACs", check_unknown_macs, true},
+    {"untracked devices", check_unknown_devices, true},
+    {"losses", check_lost, true},
+    {"records", check_records, true},
+    {"tables", check_tables, true},
+    {"pushes", check_pushes, true},
+    {"disk", check_disk, false},
+    {"log", check_log, true},
+};
+
+// A harmless question: what does a device use that nobody has?
+static bool probe(const places &where)
+{
+    client_request request = {};
+    request.id = APPIDENT_GET_CUR_DEVICE_APP;
+    request.device = "00-00-00-00-00-00";
+    client_answer answer = {};
+    return call_daemon(where.socket.c_str(), where.timeout_ms, request, &answer) == request_done;
+}
+
+static void print_finding(const call &what, const char *name, const finding &found, cJSON *list)
+{
+    if (!given(what.line, option_json)) {
+        printf("%-7s  %-17s  %s\n", severity_names[found.level], name, printable(found.text).c_str());
+        if (found.level != sound)
+            printf("%28s%s\n", "-> ", found.advice.c_str());
+        return;
+    }
+    cJSON *entry = cJSON_CreateObject();
+    cJSON_AddStringToObject(entry, "check", name);
+    cJSON_AddStringToObject(entry, "level", found.level == fault ? "fault" : severity_names[found.level]);
+    cJSON_AddStringToObject(entry, "text", found.text.c_str());
+    cJSON_AddStringToObject(entry, "advice", found.level == sound ? "" : found.advice.c_str());
+    cJSON_AddItemToArray(list, entry);
+}
+
+int run_doctor(const call &what)
+{
+    evidence seen = {what.where,
+                     read_counters(what.where.counters),
+                     read_counters(what.where.platform_counters),
+                     daemon_unseen,
+                     read_names(what.where),
+                     time(nullptr),
+                     false};
+    seen.state = state_of(seen.own);
+    seen.reachable = seen.state != daemon_starting && probe(what.where);
+    severity worst = sound;
+    json_tree root(cJSON_CreateObject());
+    cJSON *list = cJSON_AddArrayToObject(root.get(), "checks");
+    for (const check &one : checks) {
+        if (one.needs_run && !seen.own.found)
+            continue;
+        finding found = one.look(seen);
+        worst = std::max(worst, found.level);
+        print_finding(what, one.name, found, list);
+    }
+    if (given(what.line, option_json)) {
+        heap_text text(cJSON_PrintUnformatted(root.get()));
+        puts(text.get());
+    }
+    if (!seen.reachable)
+        return exit_unreachable;
+    return worst == fault ? exit_fault : worst == warning ? exit_warning : exit_done;
+}

@@ -1,0 +1,35 @@
+// The text that stores a device's use-time limits: always all five classes, the unset ones switched off.
+//
+// The daemon's alerts walk as many entries as the file has limit objects, wherever the classes sit, so a file with fewer than
+// five could leave a class unwatched.
+#ifndef APPIDENTCTL_LIMITS_TEXT_H
+#define APPIDENTCTL_LIMITS_TEXT_H
+
+#include "common/guards.h"
+#include "igd/igd_types.h"
+
+#include <string>
+
+struct limit_class {
+    u32 class_type;
+    const char *meaning;
+    bool by_minutes; // its minutes matter
+    bool by_app;     // only apps of its list count
+};
+constexpr limit_class limit_classes[] = {
+    {1, "use of the day, first class", true, true},  {2, "use of the day, second class", true, true},
+    {3, "use of the day, third class", true, true},  {4, "told at first use", false, true},
+    {5, "eye protection, one session", true, false},
+};
+constexpr u32 most_apps_of_a_class = 256;
+
+// The limit object of a class in an array of them, or null.
+cJSON *find_limit(const cJSON *limits, u32 class_type);
+// What is wrong with an array of limits, or "" when nothing is.
+std::string limits_fault(const cJSON *limits);
+// {"device":...,"data":[...]}: of each class the object of `wanted` (may be null), else one that is off.
+json_tree compose_limits(const std::string &device, const cJSON *wanted);
+// Whether `stored` holds the five classes of `sent` as sent, and no more.
+bool limits_equal(const cJSON *sent, const cJSON *stored);
+
+#endif

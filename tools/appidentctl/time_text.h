@@ -1,0 +1,13 @@
+// Moments and spans for people.
+#ifndef APPIDENTCTL_TIME_TEXT_H
+#define APPIDENTCTL_TIME_TEXT_H
+
+#include <string>
+#include <time.h>
+
+// An epoch second as local time, "2026-03-01 18:32:05".
+std::string time_text(time_t when);
+// "12 s", "3 min" or "2 h".
+std::string span_text(time_t seconds);
+
+#endif
