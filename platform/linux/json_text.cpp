@@ -59,7 +59,8 @@ text_file read_text_file(const char *path, size_t limit)
             file.outcome = file_missing;
         return file;
     }
-    if (fstat(fd.get(), &file.about) != 0 || !S_ISREG(file.about.st_mode) || static_cast<unsigned long long>(file.about.st_size) > limit)
+    if (fstat(fd.get(), &file.about) != 0 || !S_ISREG(file.about.st_mode) ||
+        static_cast<unsigned long long>(file.about.st_size) > limit)
         return file;
     size_t size = static_cast<size_t>(file.about.st_size);
     heap_text text(static_cast<char *>(malloc(size + 1)));

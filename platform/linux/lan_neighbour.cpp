@@ -53,7 +53,7 @@ bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out)
     if (!hardware || nl_addr_get_len(hardware) != sizeof(out->mac))
         return true;
     memcpy(out->mac, nl_addr_get_binary_addr(hardware), sizeof(out->mac));
-    out->usable = message->nlmsg_type == RTM_NEWNEIGH && (rtnl_neigh_get_state(parsed) & resolved_states) != 0 &&
-                  is_device(out->mac);
+    out->usable =
+        message->nlmsg_type == RTM_NEWNEIGH && (rtnl_neigh_get_state(parsed) & resolved_states) != 0 && is_device(out->mac);
     return true;
 }

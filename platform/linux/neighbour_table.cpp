@@ -15,7 +15,7 @@ static_assert(slot_count >= 2 * neighbour_most, "room beside every entry");
 constexpr int patient_reads = 32;
 
 struct slot {
-    std::atomic<u32> ip; // 0 is free
+    std::atomic<u32> ip;       // 0 is free
     std::atomic<u32> mac_head; // first two bytes
     std::atomic<u32> mac_tail; // last four
     u32 round;                 // writers only
@@ -37,7 +37,7 @@ u32 after(u32 place)
 
 // Writes are visible as a whole or not at all: a reader that sees one of them also sees the odd number before it.
 class write_guard {
-public:
+  public:
     write_guard() { sequence.store(sequence.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
     ~write_guard() { sequence.store(sequence.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
     write_guard(const write_guard &) = delete;
@@ -154,7 +154,8 @@ void neighbour_forget(u32 ip)
 
 void neighbour_sweep(u32 round)
 {
-    // What moves into a freed place is judged next; what wraps round to the front was judged there or is met on the second pass.
+    // What moves into a freed place is judged next; what wraps round to the front was judged there or is met on the second
+    // pass.
     for (u32 pass = 0; pass < 2; ++pass)
         for (u32 place = 0; place < slot_count; ++place)
             while (slots[place].ip != 0 && slots[place].round != round) {

@@ -22,17 +22,17 @@ enum platform_counter : u32 {
     platform_roster_unreadable,      // missing, refused or no JSON; the last good one stays in use
     platform_roster_entries_refused, // devices without a MAC, given twice, or beyond the table
     platform_catalogue_unreadable,
-    platform_neighbours_asked,       // look-ups that asked the kernel
-    platform_neighbours_unknown,     // look-ups without an answer
-    platform_neighbours_not_asked,   // of these, not asked: too many questions this second
-    platform_neighbours_overruns,    // notifications lost, the table was read anew
+    platform_neighbours_asked,     // look-ups that asked the kernel
+    platform_neighbours_unknown,   // look-ups without an answer
+    platform_neighbours_not_asked, // of these, not asked: too many questions this second
+    platform_neighbours_overruns,  // notifications lost, the table was read anew
     platform_neighbours_table_full,
-    platform_neighbours_reopened,    // the notification socket failed
+    platform_neighbours_reopened, // the notification socket failed
     platform_pushes_accepted,
-    platform_pushes_dropped,         // queue full, too large, or the outlet is not running
-    platform_spool_failed,           // lines that could not be written to the spool
-    platform_subscribers_refused,    // no right, or too many
-    platform_subscribers_dropped,    // too slow
+    platform_pushes_dropped,      // queue full, too large, or the outlet is not running
+    platform_spool_failed,        // lines that could not be written to the spool
+    platform_subscribers_refused, // no right, or too many
+    platform_subscribers_dropped, // too slow
     platform_counter_end
 };
 

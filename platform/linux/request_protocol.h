@@ -1,8 +1,8 @@
 // What travels on the request socket: SOCK_SEQPACKET, one packet with the request, one with the answer, then the end.
 //
-// A request is request_head, then `device_length` bytes of device text, then `text_length` bytes of text; requests about payment
-// switches carry the switches record as their text. An answer is answer_head, then `text_length` bytes. Integers and records
-// are in host order: both ends are on one machine. Texts carry no terminator and no NUL.
+// A request is request_head, then `device_length` bytes of device text, then `text_length` bytes of text; requests about
+// payment switches carry the switches record as their text. An answer is answer_head, then `text_length` bytes. Integers and
+// records are in host order: both ends are on one machine. Texts carry no terminator and no NUL.
 #ifndef PLATFORM_LINUX_REQUEST_PROTOCOL_H
 #define PLATFORM_LINUX_REQUEST_PROTOCOL_H
 
@@ -51,14 +51,10 @@ constexpr request_shape shape_of_request(u32 id)
         u32 id;
         request_shape shape;
     } shapes[] = {
-        {APPIDENT_GET_CUR_DEVICE_APP, request_report},
-        {APPIDENT_GET_CUR_DEVICE_APP_FOR_ROM, request_report},
-        {APPIDENT_GET_CUR_DEVICES_APP, request_report},
-        {APPIDENT_GET_CUR_DEVICES_APP_FOR_ROM, request_report},
-        {APPIDENT_SET_DEVICE_APP_LIST_USE_TIME, request_store},
-        {APPIDENT_GET_DEVICE_APP_LIST_USE_TIME, request_report},
-        {APPIDENT_SET_PAYMENT_CONFIG, request_switches},
-        {APPIDENT_GET_PAYMENT_CONFIG, request_switches},
+        {APPIDENT_GET_CUR_DEVICE_APP, request_report},          {APPIDENT_GET_CUR_DEVICE_APP_FOR_ROM, request_report},
+        {APPIDENT_GET_CUR_DEVICES_APP, request_report},         {APPIDENT_GET_CUR_DEVICES_APP_FOR_ROM, request_report},
+        {APPIDENT_SET_DEVICE_APP_LIST_USE_TIME, request_store}, {APPIDENT_GET_DEVICE_APP_LIST_USE_TIME, request_report},
+        {APPIDENT_SET_PAYMENT_CONFIG, request_switches},        {APPIDENT_GET_PAYMENT_CONFIG, request_switches},
     };
     for (const auto &known : shapes)
         if (known.id == id)

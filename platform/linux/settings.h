@@ -18,8 +18,8 @@ struct platform_settings {
     char runtime_dir[90];   // "runtime_dir": "/run/appident"; pushes.jsonl, pushes.sock, platform.counters
     bool has_socket_group;  // "socket_group": a group's name; none leaves the sockets with the daemon's own group
     gid_t socket_group;
-    u32 spool_limit;        // "spool_limit": bytes of pushes.jsonl before it is rotated, 4096 at least
-    bool unreadable;        // the file is there and makes no sense, or names an unknown group
+    u32 spool_limit; // "spool_limit": bytes of pushes.jsonl before it is rotated, 4096 at least
+    bool unreadable; // the file is there and makes no sense, or names an unknown group
 };
 
 // Any thread.

@@ -1,0 +1,549 @@
+// The platform library for stock Linux, met through its operations: real sockets, real files, the kernel's neighbours. Each
+// program runs in a network namespace and a directory of its own.
+#include "common/counter_page.h"
+#include "igd/igd_lib.h"
+#include "platform/linux/message_channel.h"
+#include "platform/linux/neighbour_table.h"
+#include "platform/linux/request_client.h"
+#include "platform/linux/request_protocol.h"
+#include "tools/household_simulator/kernel_messages.h"
+#include "tools/household_simulator/private_network.h"
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <map>
+#include <net/if.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+
+using namespace std::literals;
+
+static std::string home; // holds settings.json, state/, run/
+static bool own_network = false;
+
+static void write_file(const std::string &name, const std::string &text)
+{
+    std::ofstream(home + name + ".new") << text;
+    std::filesystem::rename(home + name + ".new", home + name);
+}
+
+static std::string read_file(const std::string &name)
+{
+    std::ifstream file(home + name);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+static u32 counter_of(const std::string &name)
+{
+    counter_reading read[64];
+    int count = counter_page_read((home + "run/platform.counters").c_str(), read, 64, nullptr);
+    for (int i = 0; i < count; ++i)
+        if (name == read[i].name)
+            return read[i].value;
+    ADD_FAILURE() << "no counter " << name;
+    return 0;
+}
+
+template <typename condition> static bool comes_true(condition holds)
+{
+    for (int i = 0; i < 500 && !holds(); ++i)
+        std::this_thread::sleep_for(10ms);
+    return holds();
+}
+
+// What the handler was given, and what it is to answer.
+struct handled {
+    unsigned int id;
+    std::string pa, pb;
+    uintptr_t pb_word;
+    bool has_pc;
+    unsigned int pc;
+};
+static std::vector<handled> calls;
+static std::string result_text;
+static int result_code = 0;
+
+static int record_request(unsigned int id, void *pa, void *pb, void *pc)
+{
+    bool switches = shape_of_request(id) == request_switches;
+    bool texts = shape_of_request(id) == request_report || shape_of_request(id) == request_store;
+    unsigned int *length = static_cast<unsigned int *>(pc);
+    calls.push_back({id, texts ? static_cast<char *>(pa) : "", texts ? static_cast<char *>(pb) : "",
+                     reinterpret_cast<uintptr_t>(pb), pc != nullptr, length ? *length : 0});
+    if (shape_of_request(id) == request_report) {
+        snprintf(static_cast<char *>(pa), *length, "%s", result_text.c_str());
+        *length = static_cast<unsigned int>(result_text.size());
+    }
+    if (switches) {
+        calls.back().pa = static_cast<appident_payment_notify_st *>(pa)->mac;
+        static_cast<appident_payment_notify_st *>(pa)->applepay += 7;
+    }
+    return result_code;
+}
+
+static std::string socket_path()
+{
+    return home + "requests";
+}
+
+// Serves like the daemon's loop while the other thread asks.
+static void serve_during(int server, const std::function<void()> &ask)
+{
+    std::atomic<bool> done{false};
+    std::thread asking([&] {
+        ask();
+        done = true;
+    });
+    while (!done) {
+        pollfd ready = {server, POLLIN, 0};
+        if (poll(&ready, 1, 20) == 1)
+            ipc_server_accept2();
+    }
+    asking.join();
+}
+
+static int connect_to(const std::string &path, int type)
+{
+    int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
+        return fd;
+    close(fd);
+    return -1;
+}
+
+// In a child that is nobody in the given groups; its exit code.
+static int as_nobody(std::vector<gid_t> groups, const std::function<int()> &act)
+{
+    pid_t child = fork();
+    if (child == 0)
+        _exit(setgroups(groups.size(), groups.data()) != 0 || setgid(65534) != 0 || setuid(65534) != 0 ? 99 : act());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+TEST(Requests, EachIdBringsTheWordsOfItsTable)
+{
+    std::ofstream(socket_path()) << "left over";
+    int server = nt_ipcserver_init2(socket_path().c_str(), record_request);
+    ASSERT_GE(server, 0);
+    struct stat about;
+    ASSERT_EQ(stat(socket_path().c_str(), &about), 0);
+    EXPECT_EQ(about.st_mode & 07777, 0660u);
+    appident_payment_notify_st switches = {"AA-BB-CC-00-00-01", 1, 2, 3, 4, 5};
+    auto ask = [&](client_request request, client_answer *answer = nullptr) {
+        request_outcome outcome = request_timed_out;
+        serve_during(server, [&] { outcome = call_daemon(socket_path().c_str(), 2000, request, answer); });
+        return outcome;
+    };
+    result_text = "{\"err_no\":\"0\"}";
+    for (unsigned int id : {6u, 7u, 8u, 9u, 12u}) {
+        client_answer answer;
+        EXPECT_EQ(ask({id, "AA-BB-CC-00-00-01", nullptr, nullptr, 0}, &answer), request_done) << id;
+        ASSERT_TRUE(answer.text);
+        EXPECT_EQ(answer.text.get(), result_text);
+        EXPECT_EQ(calls.back().pb, "AA-BB-CC-00-00-01");
+        EXPECT_EQ(calls.back().pc, request_text_limit);
+    }
+    EXPECT_EQ(ask({11, "AA-BB-CC-00-00-01", "{\"data\":[]}", nullptr, 0}), request_done);
+    EXPECT_EQ(calls.back().pa + calls.back().pb, "{\"data\":[]}AA-BB-CC-00-00-01");
+    EXPECT_EQ(calls.back().pc, 11u);
+    for (unsigned int id : {13u, 14u}) {
+        EXPECT_EQ(ask({id, nullptr, nullptr, &switches, id - 11}), request_done);
+        EXPECT_EQ(calls.back().pa, "AA-BB-CC-00-00-01");
+        EXPECT_EQ(calls.back().pb_word, id - 11);
+        EXPECT_FALSE(calls.back().has_pc);
+    }
+    EXPECT_EQ(switches.applepay, 19u);
+    result_text.assign(request_text_limit + 5, 'x');
+    client_answer cut;
+    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}, &cut), request_done);
+    EXPECT_EQ(strlen(cut.text.get()), request_text_limit - 1);
+    EXPECT_EQ(cut.full_length, request_text_limit + 5);
+    result_text = "";
+    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}, &cut), request_done);
+    EXPECT_FALSE(cut.text);
+    result_code = -1;
+    for (unsigned int id : {0u, 6u, 10u, 14u, 99u})
+        EXPECT_EQ(ask({id, "m", nullptr, &switches, 1}), request_refused) << id;
+    EXPECT_EQ(calls.back().pb_word, 0u);
+    close(server);
+    EXPECT_EQ(call_daemon((home + "nobody").c_str(), 100, {6, "m", nullptr, nullptr, 0}, nullptr), request_unreachable);
+}
+
+TEST(Requests, NonsenseAndSilenceCostNobodyElseAnything)
+{
+    int server = nt_ipcserver_init2(socket_path().c_str(), record_request);
+    ASSERT_GE(server, 0);
+    calls.clear();
+    std::string good(sizeof(request_head) + 1, 'm');
+    request_head head = {request_magic, 6, 0, 100, 1, 0};
+    memcpy(good.data(), &head, sizeof head);
+    auto with = [&](request_head changed) {
+        return good.replace(0, sizeof head, reinterpret_cast<char *>(&changed), sizeof head);
+    };
+    std::vector<std::string> bad = {good.substr(0, 10), good + "more", good.substr(0, sizeof head) + std::string(1, '\0'),
+                                    std::string(request_packet_limit + 1, 'x')};
+    bad.push_back(with({request_magic, 6, 0, 100, 0xFFFFFFFF, 2}));
+    bad.push_back(with({request_magic, 6, 0, request_text_limit + 1, 1, 0}));
+    bad.push_back(with({request_magic, 13, 1, 100, 1, 0}));
+    bad.push_back(with({answer_magic, 6, 0, 100, 1, 0}));
+    for (const std::string &packet : bad) {
+        fd_guard client(connect_to(socket_path(), SOCK_SEQPACKET));
+        ASSERT_EQ(send(client.get(), packet.data(), packet.size(), 0), static_cast<ssize_t>(packet.size()));
+        EXPECT_EQ(ipc_server_accept2(), -1);
+        char answer;
+        EXPECT_LE(recv(client.get(), &answer, 1, MSG_DONTWAIT), 0);
+    }
+    EXPECT_EQ(counter_of("requests_malformed"), bad.size());
+    close(connect_to(socket_path(), SOCK_SEQPACKET));
+    EXPECT_EQ(ipc_server_accept2(), -1);
+    EXPECT_EQ(counter_of("requests_vanished"), 1u);
+
+    // More silent clients than places; whoever asks is still served, and in the end all are let go.
+    std::vector<std::unique_ptr<fd_guard>> silent;
+    for (int i = 0; i < 20; ++i) {
+        silent.push_back(std::make_unique<fd_guard>(connect_to(socket_path(), SOCK_SEQPACKET)));
+        EXPECT_EQ(ipc_server_accept2(), -1);
+    }
+    EXPECT_EQ(counter_of("requests_crowded_out"), 4u);
+    EXPECT_TRUE(calls.empty());
+    serve_during(server, [&] { call_daemon(socket_path().c_str(), 2000, {6, "m", nullptr, nullptr, 0}, nullptr); });
+    EXPECT_EQ(calls.size(), 1u);
+    EXPECT_TRUE(comes_true([&] {
+        ipc_server_accept2();
+        return counter_of("requests_too_slow") + counter_of("requests_crowded_out") == 20;
+    }));
+    for (const auto &client : silent) {
+        char answer;
+        EXPECT_EQ(recv(client->get(), &answer, 1, MSG_DONTWAIT), 0);
+    }
+}
+
+TEST(Requests, OnlyRootOurselvesAndTheGroupMayAsk)
+{
+    if (geteuid() != 0 || as_nobody({}, [] { return 0; }) != 0)
+        GTEST_SKIP() << "cannot become another user";
+    int server = nt_ipcserver_init2(socket_path().c_str(), record_request);
+    chmod(socket_path().c_str(), 0666); // leaves the peer check alone to decide
+    chmod(home.c_str(), 0755);
+    auto ask = [] {
+        return static_cast<int>(call_daemon(socket_path().c_str(), 2000, {10, "m", nullptr, nullptr, 0}, nullptr));
+    };
+    calls.clear();
+    serve_during(server, [&] { EXPECT_EQ(as_nobody({}, ask), request_refused); });
+    EXPECT_TRUE(calls.empty());
+    EXPECT_EQ(counter_of("peers_refused"), 1u);
+    serve_during(server, [&] { as_nobody({5, getegid()}, ask); });
+    EXPECT_EQ(calls.size(), 1u);
+}
+
+TEST(RouterMessages, AreTakenByteForByteFromRootOnly)
+{
+    if (!own_network)
+        GTEST_SKIP() << "no network namespace";
+    igd_netlink_handler channel;
+    ASSERT_EQ(__nlk_msg_init(&channel, 176, 0, 0), 0);
+    char buffer[sizeof(nlk_sys_msg)];
+    EXPECT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), -1);
+    nlk_sys_msg event = app_message(0, application_word(1001), 5, "192.168.7.5", "02-00-00-00-00-05");
+    fd_guard sender(open_netlink(NETLINK_USERSOCK));
+    ASSERT_TRUE(multicast(sender.get(), message_channel_group, &event, sizeof event));
+    ASSERT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), static_cast<int>(sizeof event));
+    EXPECT_EQ(memcmp(buffer, &event, sizeof event), 0);
+    ASSERT_TRUE(multicast(sender.get(), message_channel_group, &event, sizeof event));
+    EXPECT_EQ(nlk_msg_recv(&channel, buffer, 40), -1);
+    EXPECT_EQ(counter_of("router_truncated"), 1u);
+    if (as_nobody({}, [&] {
+            fd_guard other(open_netlink(NETLINK_USERSOCK));
+            return multicast(other.get(), message_channel_group, &event, sizeof event) ? 0 : 1;
+        }) == 0) {
+        EXPECT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), -1);
+        EXPECT_EQ(counter_of("router_foreign"), 1u);
+    }
+    close(channel.sock_fd);
+}
+
+static std::string mac_at(const std::string &ip)
+{
+    unsigned char mac[6] = {};
+    return get_mac_by_ip(inet_addr(ip.c_str()), mac) == 0 ? std::string(reinterpret_cast<char *>(mac), 6) : "";
+}
+
+static void tell_kernel(int type, const std::string &ip, const std::string &mac, uint16_t state,
+                        const char *interface = "br-lan")
+{
+    nl_sock *sock = nl_socket_alloc();
+    nl_connect(sock, NETLINK_ROUTE);
+    nl_msg *message = nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0);
+    ndmsg about = {};
+    about.ndm_family = AF_INET;
+    about.ndm_ifindex = static_cast<int>(if_nametoindex(interface));
+    about.ndm_state = state;
+    u32 address = inet_addr(ip.c_str());
+    nlmsg_append(message, &about, sizeof about, NLMSG_ALIGNTO);
+    nla_put(message, NDA_DST, sizeof address, &address);
+    if (!mac.empty())
+        nla_put(message, NDA_LLADDR, 6, mac.data());
+    EXPECT_EQ(nl_send_sync(sock, message), 0) << ip;
+    nl_socket_free(sock);
+}
+
+TEST(Neighbours, FollowTheKernelWithoutAskingIt)
+{
+    if (!own_network)
+        GTEST_SKIP() << "no network namespace";
+    ASSERT_TRUE(make_lan("192.168.7.1/24"));
+    const std::string tablet = "\2\0\0\0\0\5"s, phone = "\2\0\0\0\0\6"s, zero(6, '\0');
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_PERMANENT);
+    nos_lan_cfg lan = {};
+    ASSERT_EQ(get_lan_config(&lan), 0);
+    EXPECT_EQ(lan.ip.s_addr, inet_addr("192.168.7.1"));
+    EXPECT_EQ(lan.mask.s_addr, inet_addr("255.255.255.0"));
+    EXPECT_NE(memcmp(lan.mac, zero.data(), 6), 0);
+    EXPECT_EQ(mac_at("192.168.7.5"), tablet) << "known before we started";
+    // Refused by the kernel's word, at first asked for, then known to be unknown.
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.6", zero, NUD_PERMANENT);
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.7", phone, NUD_FAILED);
+    for (const char *ip : {"192.168.7.6", "192.168.7.7", "192.168.7.8", "0.0.0.0"})
+        EXPECT_EQ(mac_at(ip), "") << ip;
+    // From here on notifications alone must do.
+    EXPECT_TRUE(comes_true([] { return mac_at("192.168.7.5") != ""; }));
+    u32 asked = counter_of("neighbours_asked");
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.8", phone, NUD_REACHABLE);
+    EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.8") == phone; })) << "a stranger who became known";
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.5", phone, NUD_PERMANENT);
+    EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.5") == phone; }));
+    tell_kernel(RTM_DELNEIGH, "192.168.7.8", "", 0);
+    EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.8") == ""; }));
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.9", tablet, NUD_PERMANENT, "lo");
+    EXPECT_EQ(mac_at("192.168.7.9"), "") << "not on the LAN";
+    EXPECT_LE(counter_of("neighbours_asked"), asked + 3);
+    // A flood of strangers asks no more than so many questions, and more neighbours than the table holds lose none that is in
+    // it.
+    for (u32 i = 0; i < 5000; ++i)
+        mac_at(inet_ntoa({htonl(0x0A000001 + i)}));
+    EXPECT_GE(counter_of("neighbours_not_asked"), 4000u);
+}
+
+TEST(Neighbours, TableAgreesWithAMapWhileItIsReadAndRewritten)
+{
+    std::atomic<bool> stop{false};
+    std::atomic<int> torn{0};
+    std::thread reader([&] {
+        unsigned char mac[6];
+        for (u32 ip = 1; !stop; ip = ip % 1200 + 1)
+            if (neighbour_find(ip, mac) && (mac[0] != mac[5] || mac[1] != mac[4] || mac[2] != (ip & 0xFF)))
+                ++torn;
+    });
+    std::map<u32, std::pair<unsigned char, u32>> known;
+    u32 current_round = 1, seed = 7;
+    for (int step = 0; step < 60000; ++step) {
+        seed = seed * 1664525 + 1013904223;
+        u32 ip = (seed >> 8) % 1200 + 1;
+        unsigned char mark = static_cast<unsigned char>(seed >> 24);
+        unsigned char mac[6] = {mark, 2, static_cast<unsigned char>(ip), 3, 2, mark};
+        lock_guard held(neighbour_writers);
+        if (step % 5000 == 4999) {
+            neighbour_sweep(current_round);
+            for (auto it = known.begin(); it != known.end();)
+                it = it->second.second == current_round ? std::next(it) : known.erase(it);
+            ++current_round;
+        } else if (seed >> 30 == 0) {
+            neighbour_forget(ip);
+            known.erase(ip);
+        } else {
+            bool room = known.count(ip) != 0 || known.size() < neighbour_most;
+            ASSERT_EQ(neighbour_store(ip, mac, current_round), room);
+            if (room)
+                known[ip] = {mark, current_round};
+        }
+    }
+    stop = true;
+    reader.join();
+    EXPECT_EQ(torn, 0);
+    for (u32 ip = 1; ip <= 1200; ++ip) {
+        unsigned char mac[6] = {};
+        ASSERT_EQ(neighbour_find(ip, mac), known.count(ip) != 0) << ip;
+        EXPECT_EQ(mac[0], known.count(ip) ? known[ip].first : 0) << ip;
+    }
+}
+
+static std::string ask_service(const char *path, const char *query)
+{
+    char *answer = nullptr;
+    int result = call_cgi(path, query, &answer);
+    heap_text owned(answer);
+    EXPECT_EQ(result != 0, answer != nullptr);
+    return answer ? answer : "(none)";
+}
+
+TEST(DeviceServices, AnswerFromTheRosterAndTheCatalogueAsTheyAreNow)
+{
+    const char *online = "/app/devices/webs/getdeviceslist.cgi", *offline = "/app/devices/webs/get_offline_dev_list.cgi";
+    const char *apps = "/app/ib_manager/webs/get_user_apps.cgi";
+    unsigned char tablet[6] = {0xAA, 0, 0, 0, 0, 1};
+    int homeid = 0, forkid = 0;
+    EXPECT_EQ(ask_service(online, "noneed=noneed") + ask_service(apps, nullptr) + ask_service("/else", ""),
+              "(none)(none)(none)");
+    EXPECT_EQ(get_group_by_mac(tablet, &homeid, &forkid), -1);
+    write_file("state/roster.json",
+               R"({"home":7,"devices":[{"mac":"aa:00:00:00:00:01","role":1,"name":"Ünïçödé tablet of somebodyß","group":5},
+                   {"mac":"AA-00-00-00-00-02","role":0,"online":false},{"mac":"AA-00-00-00-00-01","role":9},{"mac":"AA-00"},
+                   {"mac":"0A-00-00-00-00-03","role":"2","online":true}]})");
+    EXPECT_EQ(ask_service(online, "noneed=noneed"),
+              "{\"err_no\":\"0\",\"data\":[{\"mac\":\"AA-00-00-00-00-01\",\"role\":\"1\"},"
+              "{\"mac\":\"0A-00-00-00-00-03\",\"role\":\"0\"}]}");
+    EXPECT_EQ(ask_service(online, "mac=AA-00-00-00-00-01"),
+              "{\"err_no\":\"0\",\"data\":[{\"mac\":\"AA-00-00-00-00-01\",\"role\":\"1\"}]}");
+    for (const char *query : {"mac=AA-00-00-00-00-02", "mac=AA-00-00-00-00-09", "mac="})
+        EXPECT_EQ(ask_service(online, query), "{\"err_no\":\"0\",\"data\":[]}");
+    EXPECT_EQ(ask_service(offline, ""), "{\"err_no\":\"0\",\"data\":[{\"mac\":\"AA-00-00-00-00-02\",\"role\":\"0\"}]}");
+    EXPECT_EQ(counter_of("roster_entries_refused"), 2u);
+    nos_hostname_cfg names = {};
+    memcpy(names.mac, tablet, 6);
+    EXPECT_EQ(nos_hostname_action(&names), 0);
+    EXPECT_STREQ(names.s_name, "Ünïçödé tablet of somebody");
+    EXPECT_EQ(get_group_by_mac(tablet, &homeid, &forkid), 0);
+    EXPECT_EQ(homeid * 100 + forkid, 705);
+
+    // Half a roster, none, or one too deep: the last good one stays, and each change for the worse is counted once.
+    u32 unreadable = counter_of("roster_unreadable");
+    for (const std::string &bad : {std::string(R"({"devices":[{"mac":)"), std::string("[]"), std::string(40000, '[')}) {
+        write_file("state/roster.json", bad);
+        ask_service(offline, "");
+        EXPECT_NE(ask_service(offline, "").find("AA-00-00-00-00-02"), std::string::npos);
+        EXPECT_EQ(counter_of("roster_unreadable"), ++unreadable);
+    }
+    write_file("state/roster.json", R"({"devices":[]})");
+    EXPECT_EQ(ask_service(offline, ""), "{\"err_no\":\"0\",\"data\":[]}");
+
+    write_file("state/catalogue.json", R"({"data":[{"class_type":"1","appid":[1001,"x",1002]},{"class_type":2,"appid":[1]},
+                   {"class_type":"13","appid":[]}],"names":{"1001":"Video"}})");
+    EXPECT_EQ(ask_service(apps, nullptr), "{\"err_no\":\"0\",\"data\":[{\"class_type\":\"1\",\"appid\":[1001,1002]},"
+                                          "{\"class_type\":\"13\",\"appid\":[]}]}");
+}
+
+static std::string without_time(std::string line)
+{
+    size_t comma = line.find(',');
+    return comma == std::string::npos ? line : "{" + line.substr(comma + 1);
+}
+
+TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
+{
+    ASSERT_GE(nt_ipcserver_init2(socket_path().c_str(), record_request), 0);
+    fd_guard reader(connect_to(home + "run/pushes.sock", SOCK_STREAM));
+    fd_guard stuck(connect_to(home + "run/pushes.sock", SOCK_STREAM));
+    ASSERT_GE(stuck.get(), 0);
+    std::string text = R"({"endmac":"AA-00-00-00-00-01","sumtime":"600"})";
+    EXPECT_EQ(new_push_msg(1008, text.c_str(), 77), 0);
+    text.assign(text.size(), '!'); // the caller's again
+    EXPECT_EQ(new_push_msg(1023, "no \"JSON\"\n", 0), 0);
+    app_info_sync_st status = {1001, 0, 2, 1700000000, {0xAA, 0, 0, 0, 0, 1}};
+    EXPECT_EQ(app_info_to_devpush(&status, 1), 0);
+    const std::vector<std::string> expected = {
+        R"({"code":1008,"occur_time":77,"data":{"endmac":"AA-00-00-00-00-01","sumtime":"600"}})",
+        R"({"code":1023,"occur_time":0,"data":"no \"JSON\"\n"})",
+        R"({"code":0,"occur_time":0,"data":[{"mac":"AA-00-00-00-00-01","app_id":1001,"class_type":0,"app_status":2,)"
+        R"("timestamp":1700000000}]})"};
+    FILE *lines = fdopen(dup(reader.get()), "r");
+    char line[4096];
+    for (const std::string &wanted : expected) {
+        ASSERT_TRUE(fgets(line, sizeof line, lines));
+        EXPECT_EQ(without_time(line), wanted + "\n");
+    }
+    fclose(lines);
+    std::string spooled = read_file("run/pushes.jsonl");
+    EXPECT_EQ(std::count(spooled.begin(), spooled.end(), '\n'), 3);
+
+    // Beyond what the spool and the subscriber who does not read can hold.
+    const std::string large = "\"" + std::string(2000, 'x') + "\"";
+    u32 accepted = 3;
+    for (int i = 0; i < 2000; ++i)
+        accepted += new_push_msg(1008, large.c_str(), 0) == 0;
+    EXPECT_EQ(new_push_msg(1008, std::string(100000, '1').c_str(), 0), -1);
+    EXPECT_EQ(counter_of("pushes_accepted"), accepted);
+    EXPECT_EQ(counter_of("pushes_dropped"), 2004 - accepted);
+    EXPECT_TRUE(comes_true([] { return counter_of("subscribers_dropped") == 2; }));
+    EXPECT_TRUE(comes_true([] { return new_push_msg(1008, "\"the last\"", 0) == 0; }));
+    EXPECT_TRUE(comes_true([] { return read_file("run/pushes.jsonl").find("the last") != std::string::npos; }));
+    for (const char *name : {"run/pushes.jsonl", "run/pushes.jsonl.1"})
+        EXPECT_LE(std::filesystem::file_size(home + name), 8192u) << name;
+    EXPECT_EQ(counter_of("spool_failed"), 0u);
+}
+
+TEST(Storage, IsMadeWhenMissingAndReadsWithinBounds)
+{
+    char path[256];
+    ASSERT_EQ(get_config_path(path, 255), 0);
+    EXPECT_EQ(path, home + "state/config/");
+    EXPECT_EQ(get_config_path(path, 10), -1);
+    struct stat about;
+    ASSERT_EQ(stat((home + "state/config").c_str(), &about), 0);
+    EXPECT_EQ(about.st_mode & 07777, 0700u);
+    EXPECT_EQ(save_param(), 0);
+    for (const auto &[text, good] : std::map<std::string, bool>{{"{\"a\":\"]]\"}", true},
+                                                                {"{\"a\":", false},
+                                                                {std::string(32, '[') + std::string(32, ']'), true},
+                                                                {std::string(33, '[') + std::string(33, ']'), false},
+                                                                {"\"" + std::string(1 << 20, 'x') + "\"", false}}) {
+        write_file("some.json", text);
+        EXPECT_EQ(json_tree(json_load_file((home + "some.json").c_str())) != nullptr, good) << text.substr(0, 40);
+        EXPECT_EQ(json_tree(json_load_buffer(text.c_str())) != nullptr, good) << text.substr(0, 40);
+    }
+    EXPECT_FALSE(json_load_file((home + "none").c_str()) || json_load_file(home.c_str()) || json_load_file("/dev/zero"));
+}
+
+TEST(CounterPage, IsNeverWrittenThroughALink)
+{
+    const char *const names[] = {"first", "a name longer than a slot has room for"};
+    std::ofstream(home + "precious") << "kept";
+    std::string path = home + "page";
+    ASSERT_EQ(symlink((home + "precious").c_str(), path.c_str()), 0);
+    counter_slot *slots = counter_page_create(path.c_str(), names, 2);
+    ASSERT_TRUE(slots);
+    slots[1].value = 42;
+    counter_reading read[2];
+    u32 owner = 0;
+    ASSERT_EQ(counter_page_read(path.c_str(), read, 2, &owner), 2);
+    EXPECT_EQ(owner, static_cast<u32>(getpid()));
+    EXPECT_EQ(read[1].value, 42u);
+    EXPECT_STREQ(read[1].name, "a name longer than a slot h");
+    EXPECT_EQ(read_file("precious"), "kept");
+    EXPECT_EQ(counter_page_create((home + "no/where").c_str(), names, 2), nullptr);
+    std::ofstream(path) << "1CPA";
+    EXPECT_EQ(counter_page_read(path.c_str(), read, 2, &owner), -1);
+}
+
+int main(int argc, char **argv)
+{
+    char name[] = "/tmp/platform_test.XXXXXX";
+    home = std::string(mkdtemp(name)) + "/";
+    std::filesystem::create_directories(home + "state");
+    write_file("settings.json", "{\"state_dir\":\"" + home + "state\",\"runtime_dir\":\"" + home +
+                                    "run\",\"spool_limit\":8192,\"lan_interface\":5}");
+    setenv("APPIDENT_PLATFORM_SETTINGS", (home + "settings.json").c_str(), 1);
+    own_network = unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
+    testing::InitGoogleTest(&argc, argv);
+    int result = RUN_ALL_TESTS();
+    std::filesystem::remove_all(home);
+    return result;
+}
