@@ -69,6 +69,7 @@ TEST_F(stories, a_session_from_its_first_hit_to_its_history)
     EXPECT_EQ(ended.time_axis_end_time + ended.time_axis_period_time + ended.period_time + ended.move_step, 0u);
     EXPECT_EQ(ended.up_bytes + ended.down_bytes + ended.hit_records[0].hit_times, 0u);
     EXPECT_TRUE(list_empty(&ended.rule_list_head));
+    EXPECT_EQ(std::count(platform.calls.begin(), platform.calls.end(), "nos_hostname_action key 0 action 4"), 1);
     lines log = logged();
     EXPECT_EQ(std::count(log.begin(), log.end(),
                          "[appident] push_history_time_axis_sumtime -> [1008], app_id = 5, use_time = 120s, up_traffic = "
@@ -140,7 +141,11 @@ TEST_F(stories, a_short_session_wipes_its_app_from_the_time_axis)
     hit(5, start);
     app(5)->time_axis_sum_time = 30;
     app(5)->sum_time = 30;
-    wait(183);
+    wait(130);
+    set_clock(clock_now() - 10);
+    tick();
+    EXPECT_EQ(app(5)->move_step, 3u) << "a clock a little back does not lower it";
+    wait(70);
     EXPECT_EQ(app(5)->time_axis_sum_time, 0u) << "on purpose";
     EXPECT_EQ(app(5)->sum_time, 30u);
 }
@@ -257,6 +262,9 @@ TEST_F(stories, eleven_at_night_and_midnight)
     keep_using(5, eleven - 17);
     dev->utl_num = 2;
     dev->utl[1].alert_push_num = 3;
+    app(6)->time_axis_sum_time = 9;
+    app_data left_over{app_word(6), 3, 0, "", "", "", 0, "", "", "", 0};
+    add_rule_record(app(6), &left_over);
     sent_but_reports();
     logged();
     const u32 uptime = platform.uptime + 17;
@@ -266,7 +274,8 @@ TEST_F(stories, eleven_at_night_and_midnight)
     EXPECT_EQ(std::count(log.begin(), log.end(), "[appident] 21:30 delay push delay_push_rand_time:1"), 1);
     EXPECT_EQ(dev->utl[1].alert_push_num, 0u);
     EXPECT_EQ(app(6)->app_state, APP_DISUSE);
-    EXPECT_EQ(app(6)->start_time + app(6)->end_time + app(6)->time_axis_start_time, 0u);
+    EXPECT_EQ(app(6)->start_time + app(6)->end_time + app(6)->time_axis_start_time + app(6)->time_axis_sum_time, 0u);
+    EXPECT_TRUE(list_empty(&app(6)->rule_list_head));
     // Every pass of that minute restarts the sessions.
     wait_until(eleven + 59);
     lines statuses = sent_but_reports();
@@ -358,6 +367,7 @@ TEST_F(stories, the_clock_steps)
     wait_until(t + 609);
     dev->delay_push_appid = 4;
     dev->delay_push_period_time = 3;
+    app(5)->alert_push_num = app(5)->daydayup_alert_push_num = 2;
     sent();
     logged();
     // Last minute report at t + 600: back to it is no step back, a second before it is.
@@ -375,6 +385,7 @@ TEST_F(stories, the_clock_steps)
     EXPECT_EQ(app(5)->sum_time, 9u);
     EXPECT_EQ(app(5)->time_axis_sum_time, 9u);
     EXPECT_EQ(app(5)->end_time, t + 540);
+    EXPECT_EQ(app(5)->alert_push_num + app(5)->daydayup_alert_push_num, 0u);
     EXPECT_EQ(app(5)->time_axis_end_time, t + 599) << "the sweep's time stays in the record";
     EXPECT_EQ(dev->device_state, 1);
     // The minute report starts anew; a step forward brings it at once and empties the windows.
@@ -488,6 +499,29 @@ TEST_F(stories, flows_that_are_no_app)
     EXPECT_EQ(dev->apps[1].app_id, 0xFFFFu) << "the id ends below the top bit";
     hit(0xFFFF, more);
     EXPECT_EQ(dev->apps[1].up_bytes, 100u);
+}
+
+TEST_F(stories, rule_ids_end_with_the_last_whole_one)
+{
+    arrive(tablet);
+    hit(5, start, {1, 1, 1});
+    std::string fitting = "16777217";
+    for (u32 rule = 100000000; rule < 100000030; ++rule) {
+        hit(5, more, {1, 1, rule});
+        if (fitting.size() + 10 < 257)
+            fitting += "," + std::to_string(rule);
+    }
+    hit(5, more, {1, 1, 2});
+    char buffer[257], one[9], none[1];
+    EXPECT_EQ(get_hit_ruleids(app(5), buffer, sizeof buffer), buffer);
+    EXPECT_EQ(buffer, fitting);
+    EXPECT_STREQ(get_hit_ruleids(app(5), one, sizeof one), "16777217");
+    EXPECT_STREQ(get_hit_ruleids(app(5), one, sizeof one - 1), "");
+    EXPECT_STREQ(get_hit_ruleids(app(5), none, sizeof none), "");
+    EXPECT_EQ(list_entry(app(5)->rule_list_head.next, rule_record, node)->appid, app_word(5)) << "the packed word";
+    clear_rule_list(&app(5)->rule_list_head);
+    EXPECT_STREQ(get_hit_ruleids(app(5), buffer, sizeof buffer), "");
+    clear_rule_list(nullptr);
 }
 
 TEST_F(stories, app_8_reports_behavior)
