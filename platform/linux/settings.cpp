@@ -68,12 +68,24 @@ const platform_settings &settings()
     return current;
 }
 
+namespace {
+
+// A path that does not fit names nothing.
+void join_path(char (&out)[state_path_size], const char *directory, const char *name)
+{
+    int length = snprintf(out, sizeof(out), "%s/%s", directory, name);
+    if (length < 0 || length >= state_path_size)
+        *out = '\0';
+}
+
+} // namespace
+
 void state_path(char (&out)[state_path_size], const char *name)
 {
-    snprintf(out, sizeof(out), "%s/%s", settings().state_dir, name);
+    join_path(out, settings().state_dir, name);
 }
 
 void runtime_path(char (&out)[state_path_size], const char *name)
 {
-    snprintf(out, sizeof(out), "%s/%s", settings().runtime_dir, name);
+    join_path(out, settings().runtime_dir, name);
 }
