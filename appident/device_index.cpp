@@ -8,16 +8,26 @@
 
 namespace {
 
+// Where a thing with that hash was last found is tried before any scan.
+constexpr u32 guesses = 256;
+u32 guess_of(u32 hash)
+{
+    return (hash ^ hash >> 8) % guesses;
+}
+
 struct device_hints {
     int axis_slot;                     // last known holder of the time axis
     uint16_t app_ids[apps_per_device]; // an app id has 16 bits
+    uint8_t slot_guess[guesses];       // by app id
 };
+static_assert(apps_per_device <= UINT8_MAX, "a slot fits a guess");
 
 // In list order. What a scan reads stands apart from the rest, so that it stays in a few cache lines.
 struct {
     u32 *keys; // a hash of each MAC text
     device_record **records;
     device_hints *hints;
+    uint16_t place_guess[guesses]; // by key
     size_t used;
     size_t room;
 } table;
@@ -57,6 +67,7 @@ bool append(device_record *rec)
     device_hints &hints = table.hints[table.used];
     table.records[table.used] = rec;
     hints.axis_slot = 0;
+    memset(hints.slot_guess, 0, sizeof(hints.slot_guess));
     for (int i = 0; i < apps_per_device; i++)
         hints.app_ids[i] = static_cast<uint16_t>(rec->apps[i].app_id);
     table.keys[table.used++] = key_of(rec->mac);
@@ -81,6 +92,7 @@ bool in_step()
 bool read_list()
 {
     table.used = 0;
+    memset(table.place_guess, 0, sizeof(table.place_guess));
     list_for_each(node, &device_apps_head) {
         if (!append(device_of(node))) {
             table.used = 0;
@@ -105,6 +117,31 @@ device_hints *hints_of(const device_record *dev)
     return nullptr;
 }
 
+bool is_at(size_t place, u32 key, const char *mac_str)
+{
+    return place < table.used && table.keys[place] == key && strcmp(table.records[place]->mac, mac_str) == 0;
+}
+
+bool is_in_slot(const device_record *dev, const device_hints *hints, int slot, u32 app_id)
+{
+    return hints->app_ids[slot] == app_id && dev->apps[slot].app_id == app_id;
+}
+
+// The slot as far as the hints know it, -1 when they do not.
+int find_hinted_slot(const device_record *dev, device_hints *hints, u32 app_id)
+{
+    uint8_t &guess = hints->slot_guess[guess_of(app_id)];
+    if (is_in_slot(dev, hints, guess, app_id))
+        return guess;
+    for (int slot = 0; slot < apps_per_device; slot++) {
+        if (is_in_slot(dev, hints, slot, app_id)) {
+            guess = static_cast<uint8_t>(slot);
+            return slot;
+        }
+    }
+    return -1;
+}
+
 bool holds_axis(const device_record *dev, int slot)
 {
     return dev->apps[slot].app_id != 0 && dev->apps[slot].time_axis_app_state == APP_USING;
@@ -117,9 +154,14 @@ device_record *look_up_device(const char *mac_str)
     if (!in_step() && !read_list())
         return find_device(mac_str);
     u32 key = key_of(mac_str);
+    uint16_t &guess = table.place_guess[guess_of(key)];
+    if (is_at(guess, key, mac_str))
+        return table.records[guess];
     for (size_t i = 0; i < table.used; i++) {
-        if (table.keys[i] == key && strcmp(table.records[i]->mac, mac_str) == 0)
+        if (is_at(i, key, mac_str)) {
+            guess = static_cast<uint16_t>(i);
             return table.records[i];
+        }
     }
     // A record may have been given another MAC since its key was taken.
     for (size_t i = 0; i < table.used; i++) {
@@ -135,12 +177,9 @@ int find_app_slot(device_record *dev, u32 app_id, int *free_slot)
 {
     *free_slot = -1;
     device_hints *hints = hints_of(dev);
-    if (hints) {
-        for (int i = 0; i < apps_per_device; i++) {
-            if (hints->app_ids[i] == app_id && dev->apps[i].app_id == app_id)
-                return i;
-        }
-    }
+    int hinted = hints ? find_hinted_slot(dev, hints, app_id) : -1;
+    if (hinted >= 0)
+        return hinted;
     for (int i = 0; i < apps_per_device; i++) {
         u32 held = dev->apps[i].app_id;
         if (hints)

@@ -1,0 +1,161 @@
+// Measures the daemon's hot path, its periodic pass, and its appetite at rest; prints tables.
+//
+// usage: appident_bench [--core N] [--rounds N] [--no-rest]
+// Needs root, for network namespaces and for the scheduling that makes messages queue or wake.
+#include "bench/resting.h"
+#include "bench/ticks.h"
+#include "bench/turns.h"
+#include "bench/world.h"
+#include "tools/household_simulator/private_network.h"
+
+#include <sched.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct options {
+    int core = 0;
+    int rounds = 21;
+    bool rest = true;
+};
+
+options read_options(char **argv)
+{
+    options given;
+    for (char **word = argv + 1; *word; word++) {
+        if (strcmp(*word, "--no-rest") == 0)
+            given.rest = false;
+        else if (strcmp(*word, "--core") == 0 && word[1])
+            given.core = atoi(*++word);
+        else if (strcmp(*word, "--rounds") == 0 && word[1])
+            given.rounds = atoi(*++word);
+        else {
+            fprintf(stderr, "usage: appident_bench [--core N] [--rounds N] [--no-rest]\n");
+            exit(2);
+        }
+    }
+    return given;
+}
+
+struct child {
+    pid_t process;
+    int pipe;
+};
+
+// Each measurement runs in a process and a world of its own.
+template <typename body> child run_apart(body measure)
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        exit(1);
+    fflush(nullptr);
+    pid_t process = fork();
+    if (process == 0) {
+        auto report = measure();
+        _exit(write(ends[1], &report, sizeof(report)) == sizeof(report) ? 0 : 1);
+    }
+    close(ends[1]);
+    return {process, ends[0]};
+}
+
+template <typename report_type> report_type wait_for(child measured)
+{
+    report_type report;
+    bool whole = read(measured.pipe, &report, sizeof(report)) == sizeof(report);
+    close(measured.pipe);
+    waitpid(measured.process, nullptr, 0);
+    if (!whole)
+        exit(1);
+    return report;
+}
+
+void print_costs(const char *name, u32 devices, const turn_costs &costs, double goal)
+{
+    printf("%-8s %8u %9.0f %9.0f %7.2f", name, devices, costs.bare, costs.turn, costs.ratio);
+    goal > 0 ? printf(" %7.2f", goal) : printf(" %7s", "-");
+    printf(" %14.2f\n", costs.turn_switches);
+}
+
+struct busy_report {
+    turn_report turns;
+    tick_report ticks;
+};
+
+void print_tick(const char *name, u32 devices, const tick_cost &cost)
+{
+    printf("%-10s %8u %12.0f %16.1f\n", name, devices, cost.microseconds, cost.calls);
+}
+
+void measure_busy(const options &given)
+{
+    constexpr u32 household_sizes[] = {1, 32, 250};
+    constexpr double queued_goals[] = {0, 0.65, 0.85}, waited_goals[] = {0, 1.15, 1.35};
+    busy_report reports[3];
+    for (int i = 0; i < 3; i++)
+        reports[i] = wait_for<busy_report>(run_apart([&] {
+            make_world(household_sizes[i], DAEMON_PATH);
+            turn_report turns = measure_turns(household_sizes[i], given.rounds);
+            return busy_report{turns, measure_ticks()};
+        }));
+    printf("A message of %zu bytes, %u apps of each device in use (medians of %d rounds)\n",
+           hit(0, first_app, continuing).size(), apps_in_use, given.rounds);
+    printf("mode      devices   c in ns   t in ns     t/c    goal   waits/message\n");
+    for (int i = 0; i < 3; i++)
+        print_costs("queued", reports[i].turns.devices, reports[i].turns.queued, queued_goals[i]);
+    for (int i = 0; i < 3; i++)
+        print_costs("waiting", reports[i].turns.devices, reports[i].turns.waited, waited_goals[i]);
+    for (const busy_report &report : reports)
+        if (report.turns.tracked_of_10000 != 10000)
+            printf("! of 10,000 hits with %u devices only %u were tracked\n", report.turns.devices,
+                   report.turns.tracked_of_10000);
+    printf("\nA periodic pass with all these apps in use\npass        devices  microseconds   platform calls\n");
+    for (const busy_report &report : reports) {
+        print_tick("plain", report.turns.devices, report.ticks.plain);
+        print_tick("minute", report.turns.devices, report.ticks.minute);
+        print_tick("catalogue", report.turns.devices, report.ticks.catalogue);
+    }
+}
+
+void measure_at_rest()
+{
+    constexpr u32 household_sizes[] = {1, 64, 250};
+    constexpr unsigned seconds = 60;
+    child running[3];
+    for (int i = 0; i < 3; i++)
+        running[i] = run_apart([&] {
+            make_world(household_sizes[i], DAEMON_PATH);
+            return measure_rest(household_sizes[i], DAEMON_PATH, seconds);
+        });
+    printf("\nThe daemon as a process (processor time over %u seconds without traffic)\n", seconds);
+    printf(" devices   KB when serving   KB in full use   processor seconds of an idle hour\n");
+    for (child &measured : running) {
+        resting_report report = wait_for<resting_report>(measured);
+        printf("%8u %17.0f %16.0f %35.2f\n", report.devices, report.start_kb, report.full_kb, report.idle_seconds);
+    }
+}
+
+} // namespace
+
+int main(int, char **argv)
+{
+    options given = read_options(argv);
+    if (!inside_private_network()) {
+        fprintf(stderr, "%s\n", enter_private_network(argv, {}).c_str());
+        return 1;
+    }
+    cpu_set_t core;
+    CPU_ZERO(&core);
+    CPU_SET(given.core, &core);
+    if (sched_setaffinity(0, sizeof(core), &core) != 0) {
+        perror("the core");
+        return 1;
+    }
+    measure_busy(given);
+    if (given.rest)
+        measure_at_rest();
+    return 0;
+}
