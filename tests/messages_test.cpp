@@ -26,9 +26,9 @@ protected:
 
 static std::string text_of(const app_data &d)
 {
-    return std::to_string(d.appid) + " " + std::to_string(d.ruleid) + " " + std::to_string(d.upperlimit) + " " + d.req_src_ip + ">" +
-           d.req_dst_ip + " " + d.req_proto + " " + std::to_string(d.req_bytes) + " " + d.rep_src_ip + ">" + d.rep_dst_ip + " " +
-           d.rep_proto + " " + std::to_string(d.rep_bytes);
+    return std::to_string(d.appid) + " " + std::to_string(d.ruleid) + " " + std::to_string(d.upperlimit) + " " + d.req_src_ip +
+           ">" + d.req_dst_ip + " " + d.req_proto + " " + std::to_string(d.req_bytes) + " " + d.rep_src_ip + ">" +
+           d.rep_dst_ip + " " + d.rep_proto + " " + std::to_string(d.rep_bytes);
 }
 
 static const std::string app_id = attribute(27, bytes_of(u32{11})), rule_id = attribute(28, bytes_of(u32{12})),
@@ -65,7 +65,8 @@ TEST_F(messages, accounting_attributes)
         {with_tuple(attribute(2, attribute(1, from_six))), 0, decoded("> tcp 0")},
         {with_tuple(attribute(2, attribute(9, from_six) + number)), 0, decoded("> tcp 0")},
         {with_tuple(attribute(2, attribute(9, from_six))), 0, decoded(">  0")},
-        {with_tuple(attribute(3, attribute(26, bytes_of(u32{7}) + bytes_of(u32{0})) + attribute(25, bytes_of(u32{8})))), 0, decoded(">  7")},
+        {with_tuple(attribute(3, attribute(26, bytes_of(u32{7}) + bytes_of(u32{0})) + attribute(25, bytes_of(u32{8})))), 0,
+         decoded(">  7")},
         {with_tuple(attribute(3, attribute(26, bytes_of(u32{7})) + attribute(26, bytes_of(u32{8})))), 0, decoded(">  8")},
         {with_tuple(attribute(3, attribute(26, short_u32))), 0, decoded(">  0")},
         {with_tuple(attribute(1, attribute(1, short_u32) + attribute(3, bytes_of(u32{1})))), 0, decoded(">  0")},
@@ -85,7 +86,9 @@ TEST_F(messages, traffic_datagrams)
 {
     arrive(tablet);
     std::string message = accounting_message(app_word(5), start, tablet.ip, 1, 1);
-    auto changed = [&](size_t offset, auto value) { return std::string(message).replace(offset, sizeof value, bytes_of(value)); };
+    auto changed = [&](size_t offset, auto value) {
+        return std::string(message).replace(offset, sizeof value, bytes_of(value));
+    };
     const u32 length = static_cast<u32>(message.size());
     for (const std::string &dropped :
          {std::string(), std::string(20, '\13'), std::string(21, '\13'), message.substr(0, 20), message.substr(0, 21),
@@ -228,7 +231,10 @@ TEST_F(log_files, stay_below_two_mebibytes)
     EXPECT_EQ(info.st_mode & 07777, 0u) << "a new log has no permission bits, on purpose";
     const struct {
         off_t before, opened, after;
-    } table[] = {{0, 0, line}, {most - line, most - line, most}, {most - line + 1, most - line + 1, line}, {most, most, line},
+    } table[] = {{0, 0, line},
+                 {most - line, most - line, most},
+                 {most - line + 1, most - line + 1, line},
+                 {most, most, line},
                  {most + 1, 0, line}};
     for (const auto &row : table) {
         open_log("log", row.before);

@@ -13,7 +13,8 @@ protected:
         int result = cgi_event_handler(id, buffer.data(), text.data(), &length);
         EXPECT_EQ(buffer.substr(capacity), "########") << "written beyond the capacity";
         EXPECT_FALSE(lock_is_held());
-        return std::to_string(result) + " " + std::to_string(length) + " " + buffer.substr(0, buffer.find_first_of(std::string("#\0", 2)));
+        return std::to_string(result) + " " + std::to_string(length) + " " +
+               buffer.substr(0, buffer.find_first_of(std::string("#\0", 2)));
     }
     static std::string success(const std::string &rest)
     {
@@ -30,7 +31,8 @@ protected:
     }
     static std::string used(u32 id, u32 minutes)
     {
-        return "{\"appid\":" + std::to_string(id) + ",\"starttime\":1773172800,\"endtime\":0,\"sumtime\":" + std::to_string(minutes) + "}";
+        return "{\"appid\":" + std::to_string(id) +
+               ",\"starttime\":1773172800,\"endtime\":0,\"sumtime\":" + std::to_string(minutes) + "}";
     }
 };
 
@@ -49,8 +51,9 @@ TEST_F(requests, apps_in_use)
     arrive(phone);
     const std::string both = std::string("{\"device\":[\"") + phone.mac + "\",7,\"" + tablet.mac + "\",null,\"nobody\"]}";
     auto listed = [](const std::string &apps) {
-        return success("\"results\":[{\"device\":\"02-00-00-00-00-0B\",\"data\":[]},{\"device\":\"02-00-00-00-00-0A\",\"data\":[" +
-                       apps + "]},{\"device\":\"nobody\",\"data\":[]}]");
+        return success(
+            "\"results\":[{\"device\":\"02-00-00-00-00-0B\",\"data\":[]},{\"device\":\"02-00-00-00-00-0A\",\"data\":[" + apps +
+            "]},{\"device\":\"nobody\",\"data\":[]}]");
     };
     EXPECT_EQ(ask(8, both), listed(used(5, 1)));
     dev->apps[0].time_axis_period_time = 1;
@@ -99,7 +102,8 @@ TEST_F(requests, lengths)
         EXPECT_EQ(cgi_event_handler(id, buffer, const_cast<char *>(asked.c_str()), nullptr), -1);
         EXPECT_STREQ(buffer, "kept");
     }
-    for (const char *bad : {"", "{", "[]", "{}", "{\"device\":[]}", "{\"device\":null}", "{\"device\":\"x\"}", "{\"device\":{\"a\":\"b\"}}"})
+    for (const char *bad :
+         {"", "{", "[]", "{}", "{\"device\":[]}", "{\"device\":null}", "{\"device\":\"x\"}", "{\"device\":{\"a\":\"b\"}}"})
         for (unsigned int id : {8u, 9u})
             EXPECT_EQ(ask(id, bad), "-1 0 ") << bad;
     EXPECT_EQ(ask(8, "{\"device\":[1,{}]}"), success("\"results\":[]"));

@@ -2,9 +2,11 @@
 
 #include "common/log.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <filesystem>
 #include <linux/netlink.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -55,7 +57,8 @@ std::string app_message(int action, u32 word, u32 rule, const std::string &mac, 
 
 std::string status(int status, u32 app, u32 at, const lan_device &device)
 {
-    return "status " + std::to_string(status) + " app " + std::to_string(app) + " at " + std::to_string(at) + " of " + device.mac;
+    return "status " + std::to_string(status) + " app " + std::to_string(app) + " at " + std::to_string(at) + " of " +
+           device.mac;
 }
 
 static const home_device &known(const lan_device &device)
@@ -104,8 +107,7 @@ static void forget_all_devices()
 {
     if (device_apps_head.next == nullptr)
         INIT_LIST_HEAD(&device_apps_head);
-    list_for_each_safe(node, spare, &device_apps_head)
-    {
+    list_for_each_safe (node, spare, &device_apps_head) {
         list_del(node);
         free_device_record(device_of(node));
     }
@@ -205,8 +207,7 @@ int household::feed_router(const std::string &message)
 
 device_record *household::record(const lan_device &device)
 {
-    list_for_each(node, &device_apps_head)
-    {
+    list_for_each (node, &device_apps_head) {
         if (std::string(device_of(node)->mac) == device.mac)
             return device_of(node);
     }
@@ -222,11 +223,33 @@ app_ident_record *household::app(u32 id, const lan_device &device)
     return nullptr;
 }
 
+std::string household::brief(u32 id, const lan_device &device)
+{
+    static const char *const states[] = {"unused", "hit", "using", "disuse"};
+    const app_ident_record *use = app(id, device);
+    if (use == nullptr)
+        return "not recorded";
+    std::ostringstream text;
+    text << states[use->app_state] << " " << use->period_time << "/" << use->sum_time
+         << (use->time_axis_app_state == APP_USING ? " axis " : " off ") << use->time_axis_period_time << "/"
+         << use->time_axis_sum_time << " up " << use->up_bytes << " hits";
+    for (const hit_record &minute : use->hit_records)
+        text << " " << minute.hit_times;
+    return text.str();
+}
+
 lines household::sent()
 {
     lines since = platform.outgoing;
     platform.outgoing.clear();
     return since;
+}
+
+void household::forget()
+{
+    sent();
+    asked();
+    logged();
 }
 
 lines household::asked()
@@ -253,4 +276,11 @@ lines household::logged()
         log_read = end + 1;
     }
     return since;
+}
+
+bool household::was_logged(const std::string &line, const std::string &next)
+{
+    lines all = logged();
+    auto found = std::find(all.begin(), all.end(), line);
+    return std::count(all.begin(), all.end(), line) == 1 && (next.empty() || (found + 1 != all.end() && found[1] == next));
 }

@@ -54,6 +54,9 @@ std::string presence(const char *state, u32 app, u32 from, u32 to, u32 minutes, 
 std::string history(u32 app, u32 seconds, u64 up, u64 down, const std::string &rules, const lan_device &device = tablet,
                     unsigned long occur_time = 0);
 
+// What left the daemon since the last look, in order.
+#define EXPECT_SENT(...) EXPECT_EQ(sent(), (lines{__VA_ARGS__}))
+
 class household : public ::testing::Test {
 protected:
     household();
@@ -73,11 +76,15 @@ protected:
     // The records, found without the daemon's help; null when there is none.
     static device_record *record(const lan_device &device);
     static app_ident_record *app(u32 id, const lan_device &device = tablet);
+    // "using 3/2 axis 2/1 up 100 hits 1 0 2": state, period/sum, whether on the time axis, its period/sum, bytes, window.
+    static std::string brief(u32 id, const lan_device &device = tablet);
 
     // What happened since the last call.
     static lines sent();
     static lines asked(); // calls of the device service
+    void forget();        // all of it
     lines logged();       // without time stamps; a text with line feeds gives several lines
+    bool was_logged(const std::string &line, const std::string &next = ""); // once each since then, one upon the other
 
     std::string directory;
     tick_state ticking;

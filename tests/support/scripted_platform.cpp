@@ -90,23 +90,9 @@ static home_device *known_device(const unsigned char *mac)
 
 extern "C" {
 
-int nt_ipcserver_init2(const char *path, ipc_handler)
-{
-    note(std::string("nt_ipcserver_init2 ") + path);
-    return -1;
-}
-
 int ipc_server_accept2(void)
 {
-    note("ipc_server_accept2");
-    return 0;
-}
-
-int __nlk_msg_init(struct igd_netlink_handler *h, int a, int, int)
-{
-    note("__nlk_msg_init " + std::to_string(a));
-    h->sock_fd = -1;
-    return 0;
+    return -1;
 }
 
 int nlk_msg_recv(struct igd_netlink_handler *, void *buf, int len)
@@ -122,7 +108,6 @@ int nlk_msg_recv(struct igd_netlink_handler *, void *buf, int len)
 
 struct nl_sock *nltool_alloc_handle(void)
 {
-    note("nltool_alloc_handle");
     return nullptr;
 }
 
@@ -211,8 +196,8 @@ int get_group_by_mac(const unsigned char *mac, int *homeid, int *forkid)
 
 int new_push_msg(int type, const char *data, unsigned long occur_time)
 {
-    platform.pushes.push_back({type, data, occur_time, lock_is_held()});
-    platform.outgoing.push_back("push " + std::to_string(type) + " " + std::to_string(occur_time) + " " + data + unlocked_mark());
+    platform.outgoing.push_back("push " + std::to_string(type) + " " + std::to_string(occur_time) + " " + data +
+                                unlocked_mark());
     return fails("new_push_msg") ? -7 : 0;
 }
 

@@ -1,4 +1,5 @@
-// The router's platform library as the tests want it: answers from a script, and a record of everything asked of it.
+// The router's platform library, as far as the core calls it, as the tests want it: answers from a script, and a record of
+// everything asked of it.
 //
 // Records are lines of text in the order of the calls. `outgoing` holds what leaves the daemon:
 //   push CODE OCCUR_TIME TEXT
@@ -24,13 +25,6 @@ struct home_device {
     int group = -1; // negative: the look-up fails
 };
 
-struct sent_push {
-    int code;
-    std::string text;
-    unsigned long occur_time;
-    bool lock_was_held;
-};
-
 struct scripted_platform {
     // The script.
     std::vector<home_device> devices;              // what the device services and the naming know, in answer order
@@ -43,7 +37,6 @@ struct scripted_platform {
 
     // The record.
     std::vector<std::string> outgoing;
-    std::vector<sent_push> pushes;
     std::vector<std::string> calls;
     int saved = 0; // calls of save_param
 
