@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <linux/netlink.h>
 #include <sstream>
+#include <stdarg.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -61,26 +62,22 @@ std::string status(int status, u32 app, u32 at, const lan_device &device)
            device.mac;
 }
 
-static const home_device &known(const lan_device &device)
+__attribute__((format(printf, 1, 2))) static std::string text_of(const char *format, ...)
 {
-    return platform.device(device.mac);
-}
-
-static std::string member(const char *key, const std::string &value)
-{
-    return "\"" + std::string(key) + "\":\"" + value + "\"";
-}
-
-static std::string member(const char *key, u64 value)
-{
-    return member(key, std::to_string(value));
+    char text[1000];
+    va_list given;
+    va_start(given, format);
+    vsnprintf(text, sizeof text, format, given);
+    va_end(given);
+    return text;
 }
 
 std::string presence_object(const char *state, u32 app, u32 from, u32 to, u32 minutes, const lan_device &device)
 {
-    return "{" + member("endmac", device.mac) + "," + member("role", known(device).role) + "," + member("appid", app) + "," +
-           member("starttime", from) + "," + member("endtime", to) + "," + member("sumtime", minutes) + "," +
-           member("status", state) + "," + member("folk_id", std::to_string(known(device).group)) + "}";
+    const home_device &known = platform.device(device.mac);
+    return text_of(R"({"endmac":"%s","role":"%s","appid":"%u","starttime":"%u","endtime":"%u","sumtime":"%u","status":"%s",)"
+                   R"("folk_id":"%d"})",
+                   device.mac, known.role.c_str(), app, from, to, minutes, state, known.group);
 }
 
 std::string presence(const char *state, u32 app, u32 from, u32 to, u32 minutes, const lan_device &device)
@@ -91,10 +88,11 @@ std::string presence(const char *state, u32 app, u32 from, u32 to, u32 minutes, 
 std::string history(u32 app, u32 seconds, u64 up, u64 down, const std::string &rules, const lan_device &device,
                     unsigned long occur_time)
 {
-    return "push 1008 " + std::to_string(occur_time) + " {" + member("endmac", device.mac) + "," +
-           member("alias", known(device).name) + "," + member("appid", app) + "," + member("sumtime", seconds) + "," +
-           member("up_traffic", up) + "," + member("down_traffic", down) + "," + member("ruleid", rules) + "," +
-           member("folk_id", std::to_string(known(device).group)) + "}";
+    const home_device &known = platform.device(device.mac);
+    return text_of(R"(push 1008 %lu {"endmac":"%s","alias":"%s","appid":"%u","sumtime":"%u","up_traffic":"%llu",)"
+                   R"("down_traffic":"%llu","ruleid":"%s","folk_id":"%d"})",
+                   occur_time, device.mac, known.name.c_str(), app, seconds, static_cast<unsigned long long>(up),
+                   static_cast<unsigned long long>(down), rules.c_str(), known.group);
 }
 
 static void set_zone(const char *zone)
