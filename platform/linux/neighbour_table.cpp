@@ -154,12 +154,10 @@ void neighbour_forget(u32 ip)
 
 void neighbour_sweep(u32 round)
 {
-    // What moves into a freed place is judged next; what wraps round to the front was judged there or is met on the second
-    // pass.
-    for (u32 pass = 0; pass < 2; ++pass)
-        for (u32 place = 0; place < slot_count; ++place)
-            while (slots[place].ip != 0 && slots[place].round != round) {
-                write_guard writing;
-                remove_at(place);
-            }
+    // What moves into a freed place is judged next. What moves round the end has been judged at the front.
+    for (slot &here : slots)
+        while (here.ip != 0 && here.round != round) {
+            write_guard writing;
+            remove_at(static_cast<u32>(&here - slots));
+        }
 }

@@ -22,6 +22,8 @@ constexpr size_t push_limit = 64 * 1024;
 constexpr u32 queue_most = 4096;
 constexpr size_t queue_bytes_most = 1024 * 1024;
 constexpr int status_records_most = 256;
+// Then new subscribers have their turn.
+constexpr int lines_at_once = 64;
 
 struct queued_push {
     queued_push *next;
@@ -116,7 +118,10 @@ heap_text line_of(const queued_push &push)
 
 void drain()
 {
-    while (heap_ptr<queued_push> push = dequeue()) {
+    for (int lines = 0; lines < lines_at_once; ++lines) {
+        heap_ptr<queued_push> push = dequeue();
+        if (!push)
+            return;
         heap_text line = line_of(*push);
         if (!line) {
             count_platform(platform_pushes_dropped);
@@ -126,6 +131,7 @@ void drain()
         spool_line(line.get(), length);
         send_to_subscribers(line.get(), length);
     }
+    eventfd_write(wake_fd, 1);
 }
 
 void *serve_outlet(void *)

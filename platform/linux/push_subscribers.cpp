@@ -25,17 +25,22 @@ void let_go(int place)
     subscribers[place] = subscribers[--subscriber_count];
 }
 
+// All who wait at the door: who connected before a push gets it. The count keeps a crowd from holding up the pushes.
 void take_in()
 {
-    bool refused = false;
-    fd_guard peer(accept_local_peer(server, &refused));
-    if (refused || (peer.get() >= 0 && subscriber_count == subscribers_most))
-        count_platform(platform_subscribers_refused);
-    if (peer.get() < 0 || subscriber_count == subscribers_most)
-        return;
-    setsockopt(peer.get(), SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof(send_buffer));
-    shutdown(peer.get(), SHUT_RD);
-    subscribers[subscriber_count++] = peer.release();
+    for (int taken = 0; taken < subscribers_most; ++taken) {
+        bool refused = false;
+        fd_guard peer(accept_local_peer(server, &refused));
+        if (peer.get() < 0 && !refused)
+            return;
+        if (refused || subscriber_count == subscribers_most) {
+            count_platform(platform_subscribers_refused);
+            continue;
+        }
+        setsockopt(peer.get(), SOL_SOCKET, SO_SNDBUF, &send_buffer, sizeof(send_buffer));
+        shutdown(peer.get(), SHUT_RD);
+        subscribers[subscriber_count++] = peer.release();
+    }
 }
 
 } // namespace

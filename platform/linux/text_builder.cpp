@@ -4,11 +4,11 @@
 #include <stdio.h>
 #include <utility>
 
+static constexpr size_t least_room = 128;
+
 static bool reserve(text_builder *builder, size_t needed)
 {
-    if (needed <= builder->room)
-        return true;
-    size_t room = needed * 2;
+    size_t room = needed * 2 + least_room;
     char *grown = static_cast<char *>(realloc(builder->text.get(), room));
     if (!grown) {
         builder->failed = true;
@@ -25,11 +25,15 @@ void append_text(text_builder *builder, const char *format, ...)
     va_list values, again;
     va_start(values, format);
     va_copy(again, values);
-    int length = vsnprintf(nullptr, 0, format, values);
-    if (length >= 0 && reserve(builder, builder->length + static_cast<size_t>(length) + 1)) {
+    size_t left = builder->room - builder->length;
+    int length = vsnprintf(left ? builder->text.get() + builder->length : nullptr, left, format, values);
+    size_t grown = builder->length + static_cast<size_t>(length < 0 ? 0 : length);
+    if (length >= 0 && grown >= builder->room && reserve(builder, grown + 1))
         vsnprintf(builder->text.get() + builder->length, static_cast<size_t>(length) + 1, format, again);
-        builder->length += static_cast<size_t>(length);
-    }
+    if (length < 0)
+        builder->failed = true;
+    else if (!builder->failed)
+        builder->length = grown;
     va_end(again);
     va_end(values);
 }
