@@ -30,6 +30,15 @@ struct outcome {
     std::string words; // standard output and error
 };
 
+// What the scripted daemon knows; one device, whatever its MAC.
+struct daemon_script {
+    std::mutex held;
+    int role = 1;
+    std::string limits, asked;
+    bool has_switches = false;
+    appident_payment_notify_st switches = {};
+} script;
+
 outcome run(const std::string &arguments)
 {
     std::string command =
@@ -39,17 +48,10 @@ outcome run(const std::string &arguments)
     for (int c = 0; (c = fgetc(pipe)) != EOF;)
         out.words += static_cast<char>(c);
     out.code = WEXITSTATUS(pclose(pipe));
+    // The answer came through another process; the lock shows this thread what the server's thread noted for it.
+    std::lock_guard<std::mutex> lock(script.held);
     return out;
 }
-
-// What the scripted daemon knows; one device, whatever its MAC.
-struct daemon_script {
-    std::mutex held;
-    int role = 1;
-    std::string limits, asked;
-    bool has_switches = false;
-    appident_payment_notify_st switches = {};
-} script;
 
 void answer_text(const std::string &text, void *out, void *length)
 {
