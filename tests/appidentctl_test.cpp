@@ -39,8 +39,15 @@ struct daemon_script {
     appident_payment_notify_st switches = {};
 } script;
 
+// The tool's process stands between this thread and the server's; the lock shows each what the other wrote.
+void meet_server()
+{
+    std::lock_guard<std::mutex> lock(script.held);
+}
+
 outcome run(const std::string &arguments)
 {
+    meet_server();
     std::string command =
         "TZ=UTC " TOOL_COMMAND " --socket=" + home + "/ipc --counters=" + home + "/counters " + arguments + " 2>&1";
     FILE *pipe = popen(command.c_str(), "r");
@@ -48,8 +55,7 @@ outcome run(const std::string &arguments)
     for (int c = 0; (c = fgetc(pipe)) != EOF;)
         out.words += static_cast<char>(c);
     out.code = WEXITSTATUS(pclose(pipe));
-    // The answer came through another process; the lock shows this thread what the server's thread noted for it.
-    std::lock_guard<std::mutex> lock(script.held);
+    meet_server();
     return out;
 }
 
