@@ -571,22 +571,23 @@ TEST_F(stories, minute_reports)
     wait(58);
     EXPECT_SENT("push 1023 0 [" + presence_object("using", 6, t + 60, 0, 10) + "," +
                 presence_object("using", 7, t + 60, 0, 10) + "," + presence_object("using", 5, t + 60, 0, 1, phone) + "]");
-    // More than the text holds: as many whole entries as fit.
+    // More than the text holds: as many whole entries as fit, whatever their lengths leave at the end.
     dev->apps[0].app_state = APP_UNUSED;
-    for (int i = 1; i < 110; ++i) {
-        dev->apps[i].app_id = 10000 + static_cast<u32>(i);
-        dev->apps[i].time_axis_app_state = APP_USING;
-        dev->apps[i].time_axis_period_time = 2;
-    }
-    {
+    for (u32 digits = 0; digits < 160; ++digits) {
+        for (u32 i = 1, extra = digits; i < 110; ++i) {
+            dev->apps[i].time_axis_app_state = APP_USING;
+            dev->apps[i].time_axis_period_time = 2;
+            dev->apps[i].app_id = 10000 + i;
+            for (u32 added = 0; added < 5 && extra > 0; ++added, --extra)
+                dev->apps[i].app_id *= 10;
+        }
         lock_guard held(device_apps_mtx);
         push_using_app();
+        const std::string text = sent().at(0);
+        EXPECT_LE(text.size(), strlen("push 1023 0 ") + 4095);
+        EXPECT_GE(text.size(), strlen("push 1023 0 ") + 3900);
+        EXPECT_EQ(text.substr(text.size() - 16), "\"folk_id\":\"40\"}]") << digits;
     }
-    lines out = sent();
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_LE(out[0].size(), strlen("push 1023 0 ") + 4095);
-    EXPECT_GE(out[0].size(), strlen("push 1023 0 ") + 3700);
-    EXPECT_EQ(out[0].substr(out[0].size() - 16), "\"folk_id\":\"40\"}]");
     platform.device(tablet.mac).role = platform.device(phone.mac).role = "0";
     logged();
     lock_guard held(device_apps_mtx);
