@@ -354,7 +354,8 @@ std::string complaints(const std::string &json)
 TEST_F(tool, finds_out_why_there_is_no_data)
 {
     write_file("wrong.json", "{\"lan_interface\":\"nolan0\",\"state_dir\":\"" + home + "\",\"runtime_dir\":\"" + home + "\"}");
-    write_file("junk.json", "{");
+    write_file("junk.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "\",\"socket_group\":\"no such group\"}");
+    write_file("gone.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "/none\",\"runtime_dir\":\"" + home + "\"}");
     utimbuf long_ago = {1700000000, 1700000000};
     const struct {
         void (*spoil)();
@@ -373,7 +374,8 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         {[] { write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":0}]})"); }, "", 5, "devices fault;"},
         {[] { std::filesystem::remove(home + "/roster.json"); }, "", 5, "devices fault;"},
         {[] {}, "--settings=$HOME_DIR/wrong.json", 5, "LAN fault;"},
-        {[] {}, "--settings=$HOME_DIR/junk.json", 5, "settings fault;LAN fault;devices fault;disk fault;"},
+        {[] {}, "--settings=$HOME_DIR/junk.json", 5, "settings fault;"},
+        {[] {}, "--settings=$HOME_DIR/gone.json", 5, "devices fault;disk fault;"},
         {[] {}, "--log=$HOME_DIR/old.log", 5, "log fault;"},
         {[] {}, "--log=$HOME_DIR/none.log", 4, "log warning;"},
         {[] {}, "--socket=$HOME_DIR/none", 3, "socket fault;"},
@@ -396,6 +398,10 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         EXPECT_EQ(found.erase(neighbours, strlen("neighbours warning;")), one.expected) << got.words;
         EXPECT_EQ(got.code, one.code) << got.words;
     }
+    // Without settings it looks at this machine's own places, of which only that is known.
+    SetUp();
+    outcome lost = run("doctor --json --settings=$HOME_DIR/junk.json");
+    EXPECT_EQ(complaints(lost.words).rfind("settings fault;", 0), 0u) << lost.words;
 }
 
 } // namespace
