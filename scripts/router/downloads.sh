@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2154 # the variables come from scripts/router-build
 # Packages for the targets, fetched with apt into a directory of ours: the system's own package lists stay as they are.
 # Sourced by scripts/router-build; $downloads names the directory.
 

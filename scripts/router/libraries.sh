@@ -1,21 +1,21 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2154 # the variables come from scripts/router-build
 # The libraries a target's daemon and tests link to, put into that target's root once. Sourced by scripts/router-build, which
 # sets $router (the directory of all this) and $downloads.
 
-# build_libnl ROOT TRIPLET COMPILER: the core library alone, from Debian's source.
+# build_libnl ROOT TRIPLET COMPILER: the core library and the routing one, from Debian's source.
 build_libnl() {
   local root=$1 triplet=$2 compiler=$3 work
   work=$(mktemp -d -p "$router")
   cp -r "$(source_package libnl3)/." "$work"
   (
-    cd "$work"
+    cd "$work" || exit
     [[ -x configure ]] || autoreconf -fi
-    CC=$compiler CFLAGS=-Os ./configure --quiet --host="$triplet" --prefix=/usr --sysconfdir=/etc --disable-cli --disable-static
-    make -s -j2 lib/libnl-3.la
+    CC=$compiler CFLAGS='-Os -w' ./configure --quiet --host="$triplet" --prefix=/usr --sysconfdir=/etc --disable-cli --disable-static
+    make -s -j2 lib/libnl-3.la lib/libnl-route-3.la >/dev/null
     mkdir -p "$root/usr/include" "$root/usr/lib/pkgconfig"
-    cp -P lib/.libs/libnl-3.so* "$root/usr/lib/"
+    cp -P lib/.libs/libnl-3.so* lib/.libs/libnl-route-3.so* "$root/usr/lib/"
     cp -r include "$root/usr/include/libnl3"
-    sed 's,^libdir=.*,libdir=${prefix}/lib,' libnl-3.0.pc >"$root/usr/lib/pkgconfig/libnl-3.0.pc"
+    cp libnl-3.0.pc libnl-route-3.0.pc "$root/usr/lib/pkgconfig/"
   )
   rm -r "$work"
 }
@@ -64,7 +64,7 @@ build_googletest() {
 
 # prepare_target TARGET ROOT
 prepare_target() {
-  local target=$1 root=$2 packages=(libnl-3-200 libnl-3-dev libcjson1 libcjson-dev)
+  local target=$1 root=$2 packages=(libnl-3-200 libnl-3-dev libnl-route-3-200 libnl-route-3-dev libcjson1 libcjson-dev)
   [[ -e $root/ready ]] && return
   echo "router-build: preparing the libraries of $target"
   rm -rf "$root"
