@@ -35,10 +35,10 @@ void add_app_object(cJSON *apps, const app_ident_record &app)
     json_tree object(cJSON_CreateObject());
     if (!object)
         return;
-    cJSON_AddItemToObject(object.get(), "appid", cJSON_CreateNumber(app.app_id));
-    cJSON_AddItemToObject(object.get(), "starttime", cJSON_CreateNumber(app.time_axis_start_time));
-    cJSON_AddItemToObject(object.get(), "endtime", cJSON_CreateNumber(0)); // still in use
-    cJSON_AddItemToObject(object.get(), "sumtime", cJSON_CreateNumber(app.time_axis_period_time - 1));
+    cJSON_AddNumberToObject(object.get(), "appid", app.app_id);
+    cJSON_AddNumberToObject(object.get(), "starttime", app.time_axis_start_time);
+    cJSON_AddNumberToObject(object.get(), "endtime", 0); // still in use
+    cJSON_AddNumberToObject(object.get(), "sumtime", app.time_axis_period_time - 1);
     if (cJSON_AddItemToArray(apps, object.get()))
         (void)object.release();
 }
@@ -62,8 +62,8 @@ json_tree begin_answer()
     json_tree answer(cJSON_CreateObject());
     if (!answer)
         return answer;
-    cJSON_AddItemToObject(answer.get(), "err_no", cJSON_CreateString("0"));
-    cJSON_AddItemToObject(answer.get(), "err_msg", cJSON_CreateString("success"));
+    cJSON_AddStringToObject(answer.get(), "err_no", "0");
+    cJSON_AddStringToObject(answer.get(), "err_msg", "success");
     return answer;
 }
 
@@ -111,7 +111,7 @@ void add_result(cJSON *results, const char *mac_str, u32 least_minutes)
     json_tree result(cJSON_CreateObject());
     if (!result)
         return;
-    cJSON_AddItemToObject(result.get(), "device", cJSON_CreateString(mac_str));
+    cJSON_AddStringToObject(result.get(), "device", mac_str);
     cJSON *data = add_array(result.get(), "data");
     const device_record *dev = find_active_device(mac_str);
     if (data && dev)

@@ -50,7 +50,7 @@ int shown_role(const char *mac_str)
 
 void add_text(cJSON *object, const char *key, const char *value)
 {
-    cJSON_AddItemToObject(object, key, cJSON_CreateString(value));
+    cJSON_AddStringToObject(object, key, value);
 }
 
 void add_u32(cJSON *object, const char *key, u32 value)

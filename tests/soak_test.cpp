@@ -1,0 +1,135 @@
+// A month of a household's life through the real hit and tick code: nothing grows, and each day's minutes are the day's.
+#include "tests/support/config_files.h"
+
+#include "common/log.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+// What a sanitizer's own heap holds; the C library's figures stand still there.
+extern "C" size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
+
+namespace {
+
+constexpr int days = 30, device_count = 10;
+constexpr u32 minute = 60, hour = 60 * minute, day = 24 * hour;
+constexpr size_t log_limit = 2097152;
+
+size_t heap_in_use()
+{
+    return __sanitizer_get_current_allocated_bytes != nullptr ? __sanitizer_get_current_allocated_bytes()
+                                                              : mallinfo2().uordblks;
+}
+
+size_t open_descriptors()
+{
+    std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+// A use: a starting hit, and one in the middle of each of its started minutes.
+struct use {
+    int device;
+    u32 app, from, minutes; // from: seconds after 20:00
+};
+
+class soak : public household {
+  protected:
+    soak()
+    {
+        for (int i = 0; i < device_count; i++) {
+            macs[i] = "02-00-00-00-00-1" + std::string(1, static_cast<char>('0' + i));
+            ips[i] = "192.168.1.2" + std::to_string(i);
+        }
+        std::ofstream(config_file(macs[5]))
+            << "{\"device\":\"" << macs[5] << "\",\"data\":[{\"class_type\":1,\"onoff\":1,\"use_time\":5,\"appid\":[105]}]}";
+        platform.answers["/app/ib_manager/webs/get_user_apps.cgi"] =
+            "{\"err_no\":\"0\",\"data\":[{\"class_type\":\"1\",\"appid\":[105]}]}";
+        for (int i = 0; i < device_count; i++)
+            arrive(device(i));
+    }
+
+    lan_device device(int i) const { return {macs[i].c_str(), ips[i].c_str()}; }
+
+    // Plays the uses of one day, each told by its device, app and second.
+    void play(const std::vector<use> &uses)
+    {
+        std::multimap<u32, std::pair<const use *, hit_kind>> hits;
+        for (const use &one : uses) {
+            hits.insert({one.from, {&one, start}});
+            for (u32 i = 0; i < one.minutes; i++)
+                hits.insert({one.from + i * minute + 30, {&one, more}});
+        }
+        u32 began = static_cast<u32>(clock_now());
+        for (const auto &[second, what] : hits) {
+            wait_until(began + second);
+            hit(what.first->app, what.second, {}, device(what.first->device));
+        }
+    }
+
+    // Seconds told to the household since the last call, by app.
+    static std::map<u32, u32> told()
+    {
+        std::map<u32, u32> seconds;
+        for (const std::string &line : platform.outgoing) {
+            size_t app = line.find("\"appid\":\""), sum = line.find("\"sumtime\":\"");
+            if (line.rfind("push 1008 ", 0) == 0)
+                seconds[static_cast<u32>(std::stoul(line.substr(app + 9)))] +=
+                    static_cast<u32>(std::stoul(line.substr(sum + 11)));
+        }
+        return seconds;
+    }
+
+    std::string macs[device_count], ips[device_count];
+};
+
+TEST_F(soak, thirty_days_leave_no_trace_but_the_days_sums)
+{
+    std::vector<use> evening_uses;
+    std::map<u32, u32> expected; // a use's last started minute is never counted
+    for (int i = 0; i < device_count; i++) {
+        u32 app = 100 + static_cast<u32>(i), minutes = 4 + static_cast<u32>(i);
+        evening_uses.push_back({i, app, 60, minutes});
+        evening_uses.push_back({i, app, hour, minutes});
+        expected[app] = 2 * (minutes - 1) * minute;
+    }
+    // Over both ends of the day. At 23:00 the use begins anew with each pass of that minute.
+    const std::vector<use> night_uses{{9, 200, 10 * minute, 30}, {8, 201, 70 * minute, 20}};
+    expected[200] = (9 + 18) * minute;
+    expected[201] = (9 + 9) * minute;
+    // At noon a device leaves in the middle of its use.
+    const std::vector<use> noon_uses{{6, 202, 0, 4}};
+    expected[202] = 3 * minute;
+
+    size_t heap = 0, descriptors = open_descriptors();
+    for (int today = 0; today < days; today++) {
+        u32 began = evening + static_cast<u32>(today) * day;
+        play(evening_uses);
+        wait_until(began + 2 * hour + 40 * minute);
+        for (int i = 0; i < device_count; i++)
+            ASSERT_EQ(app(100 + static_cast<u32>(i), device(i))->sum_time * minute, expected[100 + static_cast<u32>(i)])
+                << today;
+        play(night_uses);
+        wait_until(began + 16 * hour);
+        play(noon_uses);
+        leave(device(6));
+        wait_until(began + 17 * hour);
+        arrive(device(6));
+        wait_until(began + day);
+
+        ASSERT_EQ(told(), expected) << "day " << today;
+        ASSERT_EQ(std::count_if(platform.outgoing.begin(), platform.outgoing.end(),
+                                [](const std::string &line) { return line.rfind("push 1015 ", 0) == 0; }),
+                  3) // its 16 minutes of the limited app hold three times its limit of 5
+            << "day " << today;
+        platform.outgoing = {};
+        platform.calls = {};
+        ASSERT_LE(std::filesystem::file_size(log_file), log_limit);
+        if (today == 2)
+            heap = heap_in_use();
+    }
+    EXPECT_LE(heap_in_use(), heap + 4096);
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+} // namespace
