@@ -84,6 +84,13 @@ void count_bytes(app_ident_record *app, const app_data *ad)
     app->down_bytes += ad->rep_bytes;
 }
 
+void announce_session(device_record *dev, app_ident_record *app, app_data *ad)
+{
+    notify_app_status(dev, app, app_status_started);
+    report_behavior(dev, app, ad);
+    add_rule_record(app, ad);
+}
+
 void open_new_app(device_record *dev, int slot, app_data *ad)
 {
     app_ident_record *app = &dev->apps[slot];
@@ -93,9 +100,7 @@ void open_new_app(device_record *dev, int slot, app_data *ad)
     open_sessions(*app, *ad, wall_clock());
     push_online_app(*dev, slot);
     close_other_time_axes(dev, slot, axis_lost_to::new_app);
-    notify_app_status(dev, app, app_status_started);
-    report_behavior(dev, app, ad);
-    add_rule_record(app, ad);
+    announce_session(dev, app, ad);
 }
 
 // A record in APP_HIT, a state that nothing assigns, opens no session, but counts as the app's start for everybody else.
@@ -109,9 +114,7 @@ void reopen_app(device_record *dev, int slot, app_data *ad)
         push_online_app(*dev, slot);
     }
     close_other_time_axes(dev, slot, axis_lost_to::reopened_app);
-    notify_app_status(dev, app, app_status_started);
-    report_behavior(dev, app, ad);
-    add_rule_record(app, ad);
+    announce_session(dev, app, ad);
 }
 
 void continue_app(device_record *dev, int slot, app_data *ad)

@@ -39,6 +39,27 @@ heap_text presence_array(const device_record &dev, int role, const app_ident_rec
     return heap_text(cJSON_PrintUnformatted(array.get()));
 }
 
+// An app coming into use or going out of it; the two are alike but for their words in the push and in the log.
+struct presence_change {
+    const char *reporter;
+    const char *status;
+    char before_role; // in the log line of a device without a role
+};
+
+int push_change(const presence_change &change, const device_record &dev, int slot)
+{
+    int role = get_device_role(dev.mac);
+    if (role < 1) {
+        url_check_log(0, "[appident] %s mac:%s%crole = %d", change.reporter, dev.mac, change.before_role, role);
+        return -1;
+    }
+    heap_text text = presence_array(dev, role, dev.apps[slot], change.status);
+    url_check_log(0, "[appident] %s: %s", change.reporter, text ? text.get() : "");
+    if (text)
+        my_push(push_code_presence, text.get(), 0);
+    return 0;
+}
+
 // An object and its comma, or neither.
 bool append_object(bounded_text &list, const char *object)
 {
@@ -70,30 +91,12 @@ void append_using_apps(bounded_text &list, const device_record &dev, int role, b
 
 int push_online_app(const device_record &dev, int j)
 {
-    int role = get_device_role(dev.mac);
-    if (role < 1) {
-        url_check_log(0, "[appident] push_online_app mac:%s,role = %d", dev.mac, role);
-        return -1;
-    }
-    heap_text text = presence_array(dev, role, dev.apps[j], "online");
-    url_check_log(0, "[appident] push_online_app: %s", text ? text.get() : "");
-    if (text)
-        my_push(push_code_presence, text.get(), 0);
-    return 0;
+    return push_change({"push_online_app", "online", ','}, dev, j);
 }
 
 int push_offline_app(const device_record &dev, int j)
 {
-    int role = get_device_role(dev.mac);
-    if (role < 1) {
-        url_check_log(0, "[appident] push_offline_app mac:%s role = %d", dev.mac, role);
-        return -1;
-    }
-    heap_text text = presence_array(dev, role, dev.apps[j], "offline");
-    url_check_log(0, "[appident] push_offline_app: %s", text ? text.get() : "");
-    if (text)
-        my_push(push_code_presence, text.get(), 0);
-    return 0;
+    return push_change({"push_offline_app", "offline", ' '}, dev, j);
 }
 
 int push_using_app(void)
