@@ -71,8 +71,9 @@ class soak : public household {
     void doze_until(u32 moment)
     {
         while (clock_now() < moment) {
-            set_clock(clock_now() + minute);
-            platform.uptime += minute;
+            u32 step = std::min(minute, static_cast<u32>(moment - clock_now()));
+            set_clock(clock_now() + step);
+            platform.uptime += step;
             tick();
         }
     }
@@ -115,12 +116,11 @@ TEST_F(soak, thirty_days_leave_no_trace_but_the_days_sums)
     for (int today = 0; today < days; today++) {
         u32 began = evening + static_cast<u32>(today) * day;
         play(evening_uses);
-        wait_until(began + 2 * hour + 40 * minute);
+        doze_until(began + 2 * hour + 40 * minute);
         for (int i = 0; i < device_count; i++)
             ASSERT_EQ(app(100 + static_cast<u32>(i), device(i))->sum_time * minute, expected[100 + static_cast<u32>(i)])
                 << today;
         play(night_uses);
-        wait_until(began + 5 * hour);
         doze_until(began + 16 * hour);
         play(noon_uses);
         leave(device(6));
@@ -139,7 +139,7 @@ TEST_F(soak, thirty_days_leave_no_trace_but_the_days_sums)
         if (today == 2)
             heap = heap_in_use();
     }
-    EXPECT_LE(heap_in_use(), heap + 4096);
+    EXPECT_LE(heap_in_use(), heap + 1500); // a rule record forgotten a day would be more
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
