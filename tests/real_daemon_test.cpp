@@ -220,15 +220,18 @@ std::string clock_words()
 
 int main(int argc, char **argv)
 {
+    std::vector<char *> as_given(argv, argv + argc + 1); // the next line takes its own words out
+    testing::InitGoogleTest(&argc, argv);
+    if (testing::GTEST_FLAG(list_tests))
+        return RUN_ALL_TESTS();
     if (!inside_private_network()) {
         setenv("APPIDENT_FAST_CLOCK", clock_words().c_str(), 1);
         setenv("TZ", "UTC", 1);
         for (const char *name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
             setenv(name, "halt_on_error=1:exitcode=66", 0);
-        why_not = enter_private_network(argv, {});
+        why_not = enter_private_network(as_given.data(), {});
     } else if (!make_private_tmp({argv[0], DAEMON_PATH}) || !make_lan("192.168.77.1/24")) {
         why_not = "the private network lacks something, see above";
     }
-    testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
