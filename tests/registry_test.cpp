@@ -46,7 +46,7 @@ TEST_F(registry, start_up)
                         {"02-00-00-00-00-04", "1", false},
                         {"02-00-00-00-00-05-AND-MORE", "1"}};
     EXPECT_EQ(app_ident_init(), 0);
-    EXPECT_EQ(naps().front().seconds, 20u);
+    EXPECT_EQ(clock_now(), evening + 20);
     nap worker = wait_for_worker_nap();
     EXPECT_EQ(worker.seconds, 3u);
     EXPECT_FALSE(worker.lock_was_held);

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <linux/netlink.h>
 #include <sstream>
-#include <stdarg.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -34,7 +33,8 @@ std::string tuple(const char *src, const char *dst, u32 bytes)
 
 std::string accounting_message(u32 word, u32 rule, const char *src, u32 up, u32 down)
 {
-    return netlink_message(0x10B, attribute(1, tuple(src, "203.0.113.9", up)) + attribute(2, tuple("203.0.113.9", src, down)) +
+    const char *remote = "203.0.113.9";
+    return netlink_message(0x10B, attribute(1, tuple(src, remote, up)) + attribute(2, tuple(remote, src, down)) +
                                       attribute(27, bytes_of(word)) + attribute(28, bytes_of(rule)) +
                                       attribute(29, bytes_of(u32{3})));
 }
@@ -42,18 +42,15 @@ std::string accounting_message(u32 word, u32 rule, const char *src, u32 up, u32 
 std::string host_message(int action, const std::string &mac)
 {
     int header[9] = {0, action, 5, 0, 0, 0, 0, 0, 0};
-    auto raw = mac_from_text(mac);
-    return bytes_of(header) + bytes_of(inet_addr("192.168.1.99")) + std::string(raw.begin(), raw.end()) + std::string(2, '\0');
+    return bytes_of(header) + bytes_of(inet_addr("192.168.1.99")) + bytes_of(mac_from_text(mac)) + std::string(2, '\0');
 }
 
 std::string app_message(int action, u32 word, u32 rule, const std::string &mac, u32 ip)
 {
     int header[10] = {0, action, 6, 11, 0, 0, 0, 0, 0, 0};
     std::string body(304, '\0');
-    auto raw = mac_from_text(mac);
     body.replace(0, 4, bytes_of(word)).replace(20, 4, bytes_of(ip));
-    body.replace(48, 6, std::string(raw.begin(), raw.end())).replace(56, 4, bytes_of(rule));
-    return bytes_of(header) + body;
+    return bytes_of(header) + body.replace(48, 6, bytes_of(mac_from_text(mac))).replace(56, 4, bytes_of(rule));
 }
 
 std::string status(int status, u32 app, u32 at, const lan_device &device)
@@ -62,22 +59,15 @@ std::string status(int status, u32 app, u32 at, const lan_device &device)
            device.mac;
 }
 
-__attribute__((format(printf, 1, 2))) static std::string text_of(const char *format, ...)
-{
-    char text[1000];
-    va_list given;
-    va_start(given, format);
-    vsnprintf(text, sizeof text, format, given);
-    va_end(given);
-    return text;
-}
-
 std::string presence_object(const char *state, u32 app, u32 from, u32 to, u32 minutes, const lan_device &device)
 {
     const home_device &known = platform.device(device.mac);
-    return text_of(R"({"endmac":"%s","role":"%s","appid":"%u","starttime":"%u","endtime":"%u","sumtime":"%u","status":"%s",)"
-                   R"("folk_id":"%d"})",
-                   device.mac, known.role.c_str(), app, from, to, minutes, state, known.group);
+    char text[500];
+    snprintf(text, sizeof text,
+             R"({"endmac":"%s","role":"%s","appid":"%u","starttime":"%u","endtime":"%u","sumtime":"%u","status":"%s",)"
+             R"("folk_id":"%d"})",
+             device.mac, known.role.c_str(), app, from, to, minutes, state, known.group);
+    return text;
 }
 
 std::string presence(const char *state, u32 app, u32 from, u32 to, u32 minutes, const lan_device &device)
@@ -89,34 +79,18 @@ std::string history(u32 app, u32 seconds, u64 up, u64 down, const std::string &r
                     unsigned long occur_time)
 {
     const home_device &known = platform.device(device.mac);
-    return text_of(R"(push 1008 %lu {"endmac":"%s","alias":"%s","appid":"%u","sumtime":"%u","up_traffic":"%llu",)"
-                   R"("down_traffic":"%llu","ruleid":"%s","folk_id":"%d"})",
-                   occur_time, device.mac, known.name.c_str(), app, seconds, static_cast<unsigned long long>(up),
-                   static_cast<unsigned long long>(down), rules.c_str(), known.group);
-}
-
-static void set_zone(const char *zone)
-{
-    setenv("TZ", zone, 1);
-    tzset();
-}
-
-static void forget_all_devices()
-{
-    if (device_apps_head.next == nullptr)
-        INIT_LIST_HEAD(&device_apps_head);
-    list_for_each_safe (node, spare, &device_apps_head) {
-        list_del(node);
-        free_device_record(device_of(node));
-    }
+    return "push 1008 " + std::to_string(occur_time) + R"( {"endmac":")" + device.mac + R"(","alias":")" + known.name +
+           R"(","appid":")" + std::to_string(app) + R"(","sumtime":")" + std::to_string(seconds) + R"(","up_traffic":")" +
+           std::to_string(up) + R"(","down_traffic":")" + std::to_string(down) + R"(","ruleid":")" + rules +
+           R"(","folk_id":")" + std::to_string(known.group) + "\"}";
 }
 
 household::household()
 {
-    set_zone("UTC0");
+    setenv("TZ", "UTC0", 1);
+    tzset();
     set_clock(evening);
-    forget_naps();
-    forget_all_devices();
+    INIT_LIST_HEAD(&device_apps_head);
     wechatPay_hit_cnt = wechatPay_hit_time = 0;
     wechatPay_push_flag = 0;
     App_store_pay_time = weChat_red_pay_time = 0;
@@ -137,7 +111,10 @@ household::household()
 
 household::~household()
 {
-    forget_all_devices();
+    list_for_each_safe (node, spare, &device_apps_head) {
+        list_del(node);
+        free_device_record(device_of(node));
+    }
     url_check_cleanup();
     close(traffic[0]);
     close(traffic[1]);
@@ -157,11 +134,6 @@ device_record *household::arrive(const lan_device &device, const char *role)
     return record(device);
 }
 
-void household::leave(const lan_device &device)
-{
-    feed_router(host_message(2, device.mac));
-}
-
 void household::hit(u32 app, hit_kind kind, hit_details details, const lan_device &device)
 {
     EXPECT_EQ(feed_traffic(accounting_message(app_word(app, details.behavior), details.rule | kind, device.ip, details.up,
@@ -177,11 +149,6 @@ void household::wait(u32 seconds)
         if (++since_tick == 3)
             tick();
     }
-}
-
-void household::wait_until(u32 moment)
-{
-    wait(moment - static_cast<u32>(clock_now()));
 }
 
 void household::tick()
@@ -236,13 +203,6 @@ std::string household::brief(u32 id, const lan_device &device)
     return text.str();
 }
 
-lines household::sent()
-{
-    lines since = platform.outgoing;
-    platform.outgoing.clear();
-    return since;
-}
-
 void household::forget()
 {
     sent();
@@ -262,17 +222,14 @@ lines household::asked()
 
 lines household::logged()
 {
-    std::string text(static_cast<size_t>(lseek(log_fd, 0, SEEK_END)), '\0');
-    EXPECT_EQ(pread(log_fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    std::string text(static_cast<size_t>(lseek(log_fd, 0, SEEK_END)) - log_read, '\0');
+    EXPECT_EQ(pread(log_fd, text.data(), text.size(), static_cast<off_t>(log_read)), static_cast<ssize_t>(text.size()));
+    log_read += text.size();
     lines since;
-    size_t stamp = 21; // "[2026-03-10 20:00:00]"
-    while (log_read < text.size()) {
-        size_t end = text.find('\n', log_read);
-        std::string line = text.substr(log_read, end - log_read);
-        bool stamped = line.size() >= stamp && line[0] == '[' && line[stamp - 1] == ']';
-        since.push_back(stamped ? line.substr(stamp) : line);
-        log_read = end + 1;
-    }
+    std::istringstream fresh(text);
+    constexpr size_t stamp = 21; // "[2026-03-10 20:00:00]"
+    for (std::string line; std::getline(fresh, line);)
+        since.push_back(line.size() >= stamp && line[0] == '[' && line[stamp - 1] == ']' ? line.substr(stamp) : line);
     return since;
 }
 

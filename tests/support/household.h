@@ -11,6 +11,7 @@
 #include "tests/support/scripted_platform.h"
 
 #include <gtest/gtest.h>
+#include <utility>
 
 using lines = std::vector<std::string>;
 
@@ -49,6 +50,7 @@ std::string app_message(int action, u32 word, u32 rule, const std::string &mac, 
 
 // What is expected to leave the daemon; times are epoch seconds.
 std::string status(int status, u32 app, u32 at, const lan_device &device = tablet);
+// The JSON object of a 1023 push, and the push of that one object.
 std::string presence_object(const char *state, u32 app, u32 from, u32 to, u32 minutes, const lan_device &device = tablet);
 std::string presence(const char *state, u32 app, u32 from, u32 to, u32 minutes, const lan_device &device = tablet);
 std::string history(u32 app, u32 seconds, u64 up, u64 down, const std::string &rules, const lan_device &device = tablet,
@@ -58,18 +60,18 @@ std::string history(u32 app, u32 seconds, u64 up, u64 down, const std::string &r
 #define EXPECT_SENT(...) EXPECT_EQ(sent(), (lines{__VA_ARGS__}))
 
 class household : public ::testing::Test {
-protected:
+  protected:
     household();
     ~household() override;
 
     // The world. A device must be known to the platform before it arrives.
     void know(const lan_device &device, const char *role = "1");
     device_record *arrive(const lan_device &device, const char *role = "1"); // known, and announced by the router
-    void leave(const lan_device &device);
+    void leave(const lan_device &device) { feed_router(host_message(2, device.mac)); }
     void hit(u32 app, hit_kind kind, hit_details details = {}, const lan_device &device = tablet);
-    void wait(u32 seconds);      // second by second, with a pass each third
-    void wait_until(u32 moment); // epoch second
-    void tick();                 // one pass now
+    void wait(u32 seconds); // second by second, with a pass each third
+    void wait_until(u32 moment) { wait(moment - static_cast<u32>(clock_now())); }
+    void tick(); // one pass now
     int feed_traffic(const std::string &datagram);
     int feed_router(const std::string &message);
 
@@ -80,7 +82,7 @@ protected:
     static std::string brief(u32 id, const lan_device &device = tablet);
 
     // What happened since the last call.
-    static lines sent();
+    static lines sent() { return std::exchange(platform.outgoing, {}); }
     static lines asked(); // calls of the device service
     void forget();        // all of it
     lines logged();       // without time stamps; a text with line feeds gives several lines
@@ -89,7 +91,7 @@ protected:
     std::string directory;
     tick_state ticking;
 
-private:
+  private:
     std::string log_path;
     size_t log_read = 0;
     u32 since_tick = 0;

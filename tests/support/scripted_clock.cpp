@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <sys/time.h>
 #include <thread>
 #include <time.h>
@@ -14,7 +15,7 @@ static std::atomic<u32> epoch{0};
 static const std::thread::id test_thread = std::this_thread::get_id();
 static std::mutex naps_mutex;
 static std::condition_variable nap_taken;
-static std::vector<nap> all_naps, worker_naps;
+static std::optional<nap> worker_nap;
 
 void set_clock(long long now)
 {
@@ -26,24 +27,11 @@ long long clock_now()
     return epoch;
 }
 
-std::vector<nap> naps()
-{
-    std::lock_guard<std::mutex> held(naps_mutex);
-    return all_naps;
-}
-
-void forget_naps()
-{
-    std::lock_guard<std::mutex> held(naps_mutex);
-    all_naps.clear();
-    worker_naps.clear();
-}
-
 nap wait_for_worker_nap()
 {
     std::unique_lock<std::mutex> held(naps_mutex);
-    nap_taken.wait(held, [] { return !worker_naps.empty(); });
-    return worker_naps.front();
+    nap_taken.wait(held, [] { return worker_nap.has_value(); });
+    return *worker_nap;
 }
 
 // As the C library declares its functions.
@@ -69,16 +57,15 @@ int gettimeofday(struct timeval *tv, void *) __THROW
 
 unsigned int sleep(unsigned int seconds)
 {
-    bool held_by_somebody = lock_is_held();
-    std::unique_lock<std::mutex> guard(naps_mutex);
-    all_naps.push_back({seconds, held_by_somebody});
     if (std::this_thread::get_id() == test_thread) {
         epoch += seconds;
         return 0;
     }
-    worker_naps.push_back(all_naps.back());
+    {
+        std::lock_guard<std::mutex> held(naps_mutex);
+        worker_nap = {seconds, lock_is_held()};
+    }
     nap_taken.notify_all();
-    guard.unlock();
     for (;;)
         pause();
 }

@@ -2,8 +2,6 @@
 #ifndef TESTS_SCRIPTED_CLOCK_H
 #define TESTS_SCRIPTED_CLOCK_H
 
-#include <vector>
-
 // Epoch seconds.
 void set_clock(long long now);
 long long clock_now();
@@ -13,8 +11,6 @@ struct nap {
     unsigned int seconds;
     bool lock_was_held; // device_apps_mtx, by anybody
 };
-std::vector<nap> naps();
-void forget_naps();
 // Returns when another thread has gone to sleep.
 nap wait_for_worker_nap();
 

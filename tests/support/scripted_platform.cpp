@@ -57,27 +57,22 @@ static void note(const std::string &call)
     platform.calls.push_back(call);
 }
 
-static std::string unlocked_mark()
+static void leaves(const std::string &what)
 {
-    return lock_is_held() ? "" : " unlocked";
+    platform.outgoing.push_back(what + (lock_is_held() ? "" : " unlocked"));
 }
 
-static std::string device_list(bool online, const std::string &only_mac)
+// What a device service answers of the scripted devices; "" for another service.
+static std::string device_list(const std::string &path, const std::string &query)
 {
-    std::string data;
+    bool online = path == "/app/devices/webs/getdeviceslist.cgi";
+    if (!online && path != "/app/devices/webs/get_offline_dev_list.cgi")
+        return "";
+    std::string only_mac = online && query.rfind("mac=", 0) == 0 ? query.substr(4) : "", data;
     for (const home_device &known : platform.devices)
         if (known.online == online && (only_mac.empty() || known.mac == only_mac))
             data += (data.empty() ? "" : ",") + ("{\"mac\":\"" + known.mac) + "\",\"role\":\"" + known.role + "\"}";
     return "{\"err_no\":\"0\",\"data\":[" + data + "]}";
-}
-
-static std::string computed_answer(const std::string &path, const std::string &query)
-{
-    if (path == "/app/devices/webs/getdeviceslist.cgi")
-        return device_list(true, query.rfind("mac=", 0) == 0 ? query.substr(4) : "");
-    if (path == "/app/devices/webs/get_offline_dev_list.cgi")
-        return device_list(false, "");
-    return "";
 }
 
 static home_device *known_device(const unsigned char *mac)
@@ -123,7 +118,7 @@ int get_mac_by_ip(uint32_t ip, unsigned char *mac)
 {
     in_addr address{ip};
     auto found = platform.neighbours.find(inet_ntoa(address));
-    if (found == platform.neighbours.end() || fails("get_mac_by_ip"))
+    if (found == platform.neighbours.end())
         return -1;
     memcpy(mac, mac_from_text(found->second).data(), 6);
     return 0;
@@ -131,21 +126,15 @@ int get_mac_by_ip(uint32_t ip, unsigned char *mac)
 
 int call_cgi(const char *path, const char *query, char **answer)
 {
-    std::string asked = path;
-    if (query != nullptr)
-        asked += std::string("?") + query;
+    const std::string asked = path + (query != nullptr ? std::string("?") + query : "");
     note("call_cgi " + asked);
-    *answer = nullptr;
-    if (fails("call_cgi") || fails(path))
-        return 0;
-    std::string text = computed_answer(path, query != nullptr ? query : "");
+    std::string text = device_list(path, query != nullptr ? query : "");
     for (const std::string &key : {std::string(path), asked})
         if (platform.answers.count(key) != 0)
             text = platform.answers[key];
-    if (text.empty())
-        return 0;
-    *answer = strdup(text.c_str());
-    return 1;
+    bool answers = !text.empty() && !fails("call_cgi") && !fails(path);
+    *answer = answers ? strdup(text.c_str()) : nullptr;
+    return answers;
 }
 
 int get_config_path(char *buf, int size)
@@ -178,7 +167,7 @@ int nos_hostname_action(struct nos_hostname_cfg *cfg)
 {
     note("nos_hostname_action key " + std::to_string(cfg->key) + " action " + std::to_string(cfg->action));
     home_device *known = known_device(cfg->mac);
-    if (known == nullptr || fails("nos_hostname_action"))
+    if (known == nullptr)
         return -1;
     snprintf(cfg->s_name, sizeof cfg->s_name, "%s", known->name.c_str());
     return 0;
@@ -196,18 +185,16 @@ int get_group_by_mac(const unsigned char *mac, int *homeid, int *forkid)
 
 int new_push_msg(int type, const char *data, unsigned long occur_time)
 {
-    platform.outgoing.push_back("push " + std::to_string(type) + " " + std::to_string(occur_time) + " " + data +
-                                unlocked_mark());
+    leaves("push " + std::to_string(type) + " " + std::to_string(occur_time) + " " + data);
     return fails("new_push_msg") ? -7 : 0;
 }
 
 int app_info_to_devpush(const struct app_info_sync_st *info, int count)
 {
-    for (int i = 0; i < count; ++i)
-        platform.outgoing.push_back("status " + std::to_string(info[i].app_status) + " app " + std::to_string(info[i].app_id) +
-                                    " at " + std::to_string(info[i].timestamp) + " of " + mac_to_text(info[i].mac) +
-                                    (info[i].class_type != 0 ? " class " + std::to_string(info[i].class_type) : "") +
-                                    unlocked_mark());
+    for (const app_info_sync_st *end = info + count; info < end; ++info)
+        leaves("status " + std::to_string(info->app_status) + " app " + std::to_string(info->app_id) + " at " +
+               std::to_string(info->timestamp) + " of " + mac_to_text(info->mac) +
+               (info->class_type != 0 ? " class " + std::to_string(info->class_type) : ""));
     return 0;
 }
 
