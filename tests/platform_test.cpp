@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <linux/neighbour.h>
@@ -24,6 +25,7 @@
 #include <netlink/netlink.h>
 #include <netlink/route/link.h>
 #include <poll.h>
+#include <random>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -34,6 +36,7 @@
 using namespace std::literals;
 
 static std::string home; // holds settings.json, state/, run/
+static std::string socket_path;
 static bool own_network = false;
 
 static void write_file(const std::string &name, const std::string &text)
@@ -46,6 +49,12 @@ static std::string read_file(const std::string &name)
 {
     std::ifstream file(home + name);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+static mode_t mode_of(const std::string &path)
+{
+    struct stat about = {};
+    return stat(path.c_str(), &about) == 0 ? about.st_mode & 07777 : 0;
 }
 
 static u32 counter_of(const std::string &name)
@@ -66,55 +75,41 @@ template <typename condition> static bool comes_true(condition holds)
     return holds();
 }
 
-// What the handler was given, and what it is to answer.
-struct handled {
-    unsigned int id;
-    std::string pa, pb;
-    uintptr_t pb_word;
-    bool has_pc;
-    unsigned int pc;
-};
-static std::vector<handled> calls;
+// What the handler was given, in words, and what it is to answer.
+static std::vector<std::string> calls;
 static std::string result_text;
 static int result_code = 0;
 
 static int record_request(unsigned int id, void *pa, void *pb, void *pc)
 {
-    bool switches = shape_of_request(id) == request_switches;
-    bool texts = shape_of_request(id) == request_report || shape_of_request(id) == request_store;
-    unsigned int *length = static_cast<unsigned int *>(pc);
-    calls.push_back({id, texts ? static_cast<char *>(pa) : "", texts ? static_cast<char *>(pb) : "",
-                     reinterpret_cast<uintptr_t>(pb), pc != nullptr, length ? *length : 0});
-    if (shape_of_request(id) == request_report) {
-        snprintf(static_cast<char *>(pa), *length, "%s", result_text.c_str());
-        *length = static_cast<unsigned int>(result_text.size());
+    request_shape shape = shape_of_request(id);
+    auto *text = static_cast<char *>(pa);
+    auto *switches = static_cast<appident_payment_notify_st *>(pa);
+    auto *length = static_cast<unsigned int *>(pc);
+    calls.push_back(std::to_string(id));
+    if (shape == request_switches) {
+        calls.back() += " "s + switches->mac + " " + std::to_string(reinterpret_cast<uintptr_t>(pb)) + (pc ? " pc" : "");
+        switches->applepay += 7;
+    } else if (shape == request_store || shape == request_report) {
+        calls.back() += " "s + (shape == request_store ? text : "") + static_cast<char *>(pb) + " " + std::to_string(*length);
+    } else if (pb) {
+        calls.back() += " pb";
     }
-    if (switches) {
-        calls.back().pa = static_cast<appident_payment_notify_st *>(pa)->mac;
-        static_cast<appident_payment_notify_st *>(pa)->applepay += 7;
+    if (shape == request_report) {
+        snprintf(text, *length, "%s", result_text.c_str());
+        *length = static_cast<unsigned int>(result_text.size());
     }
     return result_code;
 }
 
-static std::string socket_path()
-{
-    return home + "requests";
-}
-
 // Serves like the daemon's loop while the other thread asks.
-static void serve_during(int server, const std::function<void()> &ask)
+template <typename question> static auto serve_during(int server, question ask)
 {
-    std::atomic<bool> done{false};
-    std::thread asking([&] {
-        ask();
-        done = true;
-    });
-    while (!done) {
-        pollfd ready = {server, POLLIN, 0};
+    auto asking = std::async(std::launch::async, ask);
+    for (pollfd ready = {server, POLLIN, 0}; asking.wait_for(0s) != std::future_status::ready;)
         if (poll(&ready, 1, 20) == 1)
             ipc_server_accept2();
-    }
-    asking.join();
+    return asking.get();
 }
 
 static int connect_to(const std::string &path, int type)
@@ -142,117 +137,108 @@ static int as_nobody(std::vector<gid_t> groups, const std::function<int()> &act)
 
 TEST(Requests, EachIdBringsTheWordsOfItsTable)
 {
-    std::ofstream(socket_path()) << "left over";
-    int server = nt_ipcserver_init2(socket_path().c_str(), record_request);
+    std::ofstream(socket_path) << "left over";
+    int server = nt_ipcserver_init2(socket_path.c_str(), record_request);
     ASSERT_GE(server, 0);
-    struct stat about;
-    ASSERT_EQ(stat(socket_path().c_str(), &about), 0);
-    EXPECT_EQ(about.st_mode & 07777, 0660u);
+    EXPECT_EQ(mode_of(socket_path), 0660u);
     appident_payment_notify_st switches = {"AA-BB-CC-00-00-01", 1, 2, 3, 4, 5};
-    auto ask = [&](client_request request, client_answer *answer = nullptr) {
-        request_outcome outcome = request_timed_out;
-        serve_during(server, [&] { outcome = call_daemon(socket_path().c_str(), 2000, request, answer); });
-        return outcome;
+    client_answer answer;
+    auto ask = [&](client_request request) {
+        return serve_during(server, [&] { return call_daemon(socket_path.c_str(), 2000, request, &answer); });
     };
     result_text = "{\"err_no\":\"0\"}";
-    for (unsigned int id : {6u, 7u, 8u, 9u, 12u}) {
-        client_answer answer;
-        EXPECT_EQ(ask({id, "AA-BB-CC-00-00-01", nullptr, nullptr, 0}, &answer), request_done) << id;
-        ASSERT_TRUE(answer.text);
-        EXPECT_EQ(answer.text.get(), result_text);
-        EXPECT_EQ(calls.back().pb, "AA-BB-CC-00-00-01");
-        EXPECT_EQ(calls.back().pc, request_text_limit);
-    }
-    EXPECT_EQ(ask({11, "AA-BB-CC-00-00-01", "{\"data\":[]}", nullptr, 0}), request_done);
-    EXPECT_EQ(calls.back().pa + calls.back().pb, "{\"data\":[]}AA-BB-CC-00-00-01");
-    EXPECT_EQ(calls.back().pc, 11u);
-    for (unsigned int id : {13u, 14u}) {
-        EXPECT_EQ(ask({id, nullptr, nullptr, &switches, id - 11}), request_done);
-        EXPECT_EQ(calls.back().pa, "AA-BB-CC-00-00-01");
-        EXPECT_EQ(calls.back().pb_word, id - 11);
-        EXPECT_FALSE(calls.back().has_pc);
+    const struct {
+        client_request request;
+        const char *given;
+    } table[] = {{{6, switches.mac, nullptr, nullptr, 0}, "6 AA-BB-CC-00-00-01 65536"},
+                 {{7, switches.mac, nullptr, nullptr, 0}, "7 AA-BB-CC-00-00-01 65536"},
+                 {{8, "{}", nullptr, nullptr, 0}, "8 {} 65536"},
+                 {{9, "{}", nullptr, nullptr, 0}, "9 {} 65536"},
+                 {{11, switches.mac, "{\"data\":[]}", nullptr, 0}, "11 {\"data\":[]}AA-BB-CC-00-00-01 11"},
+                 {{12, switches.mac, nullptr, nullptr, 0}, "12 AA-BB-CC-00-00-01 65536"},
+                 {{13, nullptr, nullptr, &switches, 2}, "13 AA-BB-CC-00-00-01 2"},
+                 {{14, nullptr, nullptr, &switches, 3}, "14 AA-BB-CC-00-00-01 3"}};
+    for (auto &[request, given] : table) {
+        answer.text.reset();
+        EXPECT_EQ(ask(request), request_done) << given;
+        EXPECT_EQ(calls.back(), given);
+        EXPECT_EQ(answer.text ? answer.text.get() : "", shape_of_request(request.id) == request_report ? result_text : "");
     }
     EXPECT_EQ(switches.applepay, 19u);
     result_text.assign(request_text_limit + 5, 'x');
-    client_answer cut;
-    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}, &cut), request_done);
-    EXPECT_EQ(strlen(cut.text.get()), request_text_limit - 1);
-    EXPECT_EQ(cut.full_length, request_text_limit + 5);
+    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}), request_done);
+    EXPECT_EQ(strlen(answer.text.get()), request_text_limit - 1);
+    EXPECT_EQ(answer.full_length, request_text_limit + 5);
     result_text = "";
-    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}, &cut), request_done);
-    EXPECT_FALSE(cut.text);
+    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}), request_done);
+    EXPECT_FALSE(answer.text);
     result_code = -1;
     for (unsigned int id : {0u, 6u, 10u, 14u, 99u})
         EXPECT_EQ(ask({id, "m", nullptr, &switches, 1}), request_refused) << id;
-    EXPECT_EQ(calls.back().pb_word, 0u);
-    close(server);
+    EXPECT_EQ(calls.back(), "99");
     EXPECT_EQ(call_daemon((home + "nobody").c_str(), 100, {6, "m", nullptr, nullptr, 0}, nullptr), request_unreachable);
 }
 
 TEST(Requests, NonsenseAndSilenceCostNobodyElseAnything)
 {
-    int server = nt_ipcserver_init2(socket_path().c_str(), record_request);
+    int server = nt_ipcserver_init2(socket_path.c_str(), record_request);
     ASSERT_GE(server, 0);
     calls.clear();
-    std::string good(sizeof(request_head) + 1, 'm');
-    request_head head = {request_magic, 6, 0, 100, 1, 0};
-    memcpy(good.data(), &head, sizeof head);
-    auto with = [&](request_head changed) {
-        return good.replace(0, sizeof head, reinterpret_cast<char *>(&changed), sizeof head);
+    auto packet_of = [](request_head head, const std::string &text = "m") {
+        return std::string(reinterpret_cast<char *>(&head), sizeof head) + text;
     };
-    std::vector<std::string> bad = {good.substr(0, 10), good + "more", good.substr(0, sizeof head) + std::string(1, '\0'),
-                                    std::string(request_packet_limit + 1, 'x')};
-    bad.push_back(with({request_magic, 6, 0, 100, 0xFFFFFFFF, 2}));
-    bad.push_back(with({request_magic, 6, 0, request_text_limit + 1, 1, 0}));
-    bad.push_back(with({request_magic, 13, 1, 100, 1, 0}));
-    bad.push_back(with({answer_magic, 6, 0, 100, 1, 0}));
+    const request_head good = {request_magic, 6, 0, 100, 1, 0};
+    const std::string bad[] = {packet_of(good).substr(0, 10),
+                               packet_of(good, "more"),
+                               packet_of(good, "\0"s),
+                               std::string(request_packet_limit + 1, 'x'),
+                               packet_of({request_magic, 6, 0, 100, 0xFFFFFFFF, 2}),
+                               packet_of({request_magic, 6, 0, request_text_limit + 1, 1, 0}),
+                               packet_of({request_magic, 13, 1, 100, 1, 0}),
+                               packet_of({answer_magic, 6, 0, 100, 1, 0})};
+    char answer;
     for (const std::string &packet : bad) {
-        fd_guard client(connect_to(socket_path(), SOCK_SEQPACKET));
+        fd_guard client(connect_to(socket_path, SOCK_SEQPACKET));
         ASSERT_EQ(send(client.get(), packet.data(), packet.size(), 0), static_cast<ssize_t>(packet.size()));
         EXPECT_EQ(ipc_server_accept2(), -1);
-        char answer;
         EXPECT_LE(recv(client.get(), &answer, 1, MSG_DONTWAIT), 0);
     }
-    EXPECT_EQ(counter_of("requests_malformed"), bad.size());
-    close(connect_to(socket_path(), SOCK_SEQPACKET));
+    EXPECT_EQ(counter_of("requests_malformed"), std::size(bad));
+    close(connect_to(socket_path, SOCK_SEQPACKET));
     EXPECT_EQ(ipc_server_accept2(), -1);
     EXPECT_EQ(counter_of("requests_vanished"), 1u);
 
     // More silent clients than places; whoever asks is still served, and in the end all are let go.
     std::vector<std::unique_ptr<fd_guard>> silent;
     for (int i = 0; i < 20; ++i) {
-        silent.push_back(std::make_unique<fd_guard>(connect_to(socket_path(), SOCK_SEQPACKET)));
+        silent.push_back(std::make_unique<fd_guard>(connect_to(socket_path, SOCK_SEQPACKET)));
         EXPECT_EQ(ipc_server_accept2(), -1);
     }
     EXPECT_EQ(counter_of("requests_crowded_out"), 4u);
     EXPECT_TRUE(calls.empty());
-    serve_during(server, [&] { call_daemon(socket_path().c_str(), 2000, {6, "m", nullptr, nullptr, 0}, nullptr); });
+    serve_during(server, [] { return call_daemon(socket_path.c_str(), 2000, {6, "m", nullptr, nullptr, 0}, nullptr); });
     EXPECT_EQ(calls.size(), 1u);
     EXPECT_TRUE(comes_true([&] {
         ipc_server_accept2();
         return counter_of("requests_too_slow") + counter_of("requests_crowded_out") == 20;
     }));
-    for (const auto &client : silent) {
-        char answer;
+    for (const auto &client : silent)
         EXPECT_EQ(recv(client->get(), &answer, 1, MSG_DONTWAIT), 0);
-    }
 }
 
 TEST(Requests, OnlyRootOurselvesAndTheGroupMayAsk)
 {
     if (geteuid() != 0 || as_nobody({}, [] { return 0; }) != 0)
         GTEST_SKIP() << "cannot become another user";
-    int server = nt_ipcserver_init2(socket_path().c_str(), record_request);
-    chmod(socket_path().c_str(), 0666); // leaves the peer check alone to decide
+    int server = nt_ipcserver_init2(socket_path.c_str(), record_request);
+    chmod(socket_path.c_str(), 0666); // leaves the peer check alone to decide
     chmod(home.c_str(), 0755);
-    auto ask = [] {
-        return static_cast<int>(call_daemon(socket_path().c_str(), 2000, {10, "m", nullptr, nullptr, 0}, nullptr));
-    };
+    auto ask = [] { return static_cast<int>(call_daemon(socket_path.c_str(), 2000, {10, "m", nullptr, nullptr, 0}, nullptr)); };
     calls.clear();
-    serve_during(server, [&] { EXPECT_EQ(as_nobody({}, ask), request_refused); });
+    EXPECT_EQ(serve_during(server, [&] { return as_nobody({}, ask); }), request_refused);
     EXPECT_TRUE(calls.empty());
     EXPECT_EQ(counter_of("peers_refused"), 1u);
-    serve_during(server, [&] { as_nobody({5, getegid()}, ask); });
+    serve_during(server, [&] { return as_nobody({5, getegid()}, ask); });
     EXPECT_EQ(calls.size(), 1u);
 }
 
@@ -265,17 +251,17 @@ TEST(RouterMessages, AreTakenByteForByteFromRootOnly)
     char buffer[sizeof(nlk_sys_msg)];
     EXPECT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), -1);
     nlk_sys_msg event = app_message(0, application_word(1001), 5, "192.168.7.5", "02-00-00-00-00-05");
-    fd_guard sender(open_netlink(NETLINK_USERSOCK));
-    ASSERT_TRUE(multicast(sender.get(), message_channel_group, &event, sizeof event));
+    auto send_event = [&] {
+        fd_guard sender(open_netlink(NETLINK_USERSOCK));
+        return multicast(sender.get(), message_channel_group, &event, sizeof event) ? 0 : 1;
+    };
+    ASSERT_EQ(send_event(), 0);
     ASSERT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), static_cast<int>(sizeof event));
     EXPECT_EQ(memcmp(buffer, &event, sizeof event), 0);
-    ASSERT_TRUE(multicast(sender.get(), message_channel_group, &event, sizeof event));
+    ASSERT_EQ(send_event(), 0);
     EXPECT_EQ(nlk_msg_recv(&channel, buffer, 40), -1);
     EXPECT_EQ(counter_of("router_truncated"), 1u);
-    if (as_nobody({}, [&] {
-            fd_guard other(open_netlink(NETLINK_USERSOCK));
-            return multicast(other.get(), message_channel_group, &event, sizeof event) ? 0 : 1;
-        }) == 0) {
+    if (as_nobody({}, send_event) == 0) {
         EXPECT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), -1);
         EXPECT_EQ(counter_of("router_foreign"), 1u);
     }
@@ -288,45 +274,30 @@ static std::string mac_at(const std::string &ip)
     return get_mac_by_ip(inet_addr(ip.c_str()), mac) == 0 ? std::string(reinterpret_cast<char *>(mac), 6) : "";
 }
 
-static void tell_kernel(int type, const std::string &ip, const std::string &mac, uint16_t state,
-                        const char *interface = "br-lan")
-{
-    nl_sock *sock = nl_socket_alloc();
-    nl_connect(sock, NETLINK_ROUTE);
-    nl_msg *message = nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0);
-    ndmsg about = {};
-    about.ndm_family = AF_INET;
-    about.ndm_ifindex = static_cast<int>(if_nametoindex(interface));
-    about.ndm_state = state;
-    u32 address = inet_addr(ip.c_str());
-    nlmsg_append(message, &about, sizeof about, NLMSG_ALIGNTO);
-    nla_put(message, NDA_DST, sizeof address, &address);
-    if (!mac.empty())
-        nla_put(message, NDA_LLADDR, 6, mac.data());
-    EXPECT_EQ(nl_send_sync(sock, message), 0) << ip;
-    nl_socket_free(sock);
-}
-
-static void add_interface(const char *name)
-{
-    nl_sock *sock = nl_socket_alloc();
-    nl_connect(sock, NETLINK_ROUTE);
-    for (const char *type : {"bridge", "dummy", "ifb"}) {
-        rtnl_link *link = rtnl_link_alloc();
-        rtnl_link_set_name(link, name);
-        rtnl_link_set_type(link, type);
-        rtnl_link_set_flags(link, IFF_UP);
-        rtnl_link_add(sock, link, NLM_F_CREATE | NLM_F_EXCL);
-        rtnl_link_put(link);
-    }
-    nl_socket_free(sock);
-}
-
 TEST(Neighbours, FollowTheKernelWithoutAskingIt)
 {
     if (!own_network)
         GTEST_SKIP() << "no network namespace";
     ASSERT_TRUE(make_lan("192.168.7.1/24"));
+    nl_sock *kernel = nl_socket_alloc();
+    nl_connect(kernel, NETLINK_ROUTE);
+    for (const char *type : {"bridge", "dummy", "ifb"}) { // whichever this kernel has
+        rtnl_link *link = rtnl_link_alloc();
+        rtnl_link_set_name(link, "elsewhere");
+        rtnl_link_set_type(link, type);
+        rtnl_link_set_flags(link, IFF_UP);
+        rtnl_link_add(kernel, link, NLM_F_CREATE | NLM_F_EXCL);
+        rtnl_link_put(link);
+    }
+    auto tell_kernel = [&](int type, const char *ip, const std::string &mac, uint16_t state, const char *where = "br-lan") {
+        nl_msg *message = nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0);
+        ndmsg about = {AF_INET, 0, 0, static_cast<int>(if_nametoindex(where)), state, 0, 0};
+        nlmsg_append(message, &about, sizeof about, NLMSG_ALIGNTO);
+        nla_put_u32(message, NDA_DST, inet_addr(ip));
+        if (!mac.empty())
+            nla_put(message, NDA_LLADDR, 6, mac.data());
+        EXPECT_EQ(nl_send_sync(kernel, message), 0) << ip;
+    };
     const std::string tablet = "\2\0\0\0\0\5"s, phone = "\2\0\0\0\0\6"s, zero(6, '\0');
     tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_PERMANENT);
     nos_lan_cfg lan = {};
@@ -344,30 +315,27 @@ TEST(Neighbours, FollowTheKernelWithoutAskingIt)
     EXPECT_TRUE(comes_true([] { return mac_at("192.168.7.5") != ""; }));
     u32 asked = counter_of("neighbours_asked");
     tell_kernel(RTM_NEWNEIGH, "192.168.7.8", phone, NUD_REACHABLE);
-    EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.8") == phone; })) << "a stranger who became known";
     tell_kernel(RTM_NEWNEIGH, "192.168.7.5", phone, NUD_PERMANENT);
-    EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.5") == phone; }));
+    for (const char *ip : {"192.168.7.8", "192.168.7.5"}) // a stranger who became known, another MAC
+        EXPECT_TRUE(comes_true([&] { return mac_at(ip) == phone; })) << ip;
     tell_kernel(RTM_DELNEIGH, "192.168.7.8", "", 0);
-    EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.8") == ""; }));
-    add_interface("elsewhere");
     tell_kernel(RTM_NEWNEIGH, "192.168.7.9", tablet, NUD_PERMANENT, "elsewhere");
     tell_kernel(RTM_NEWNEIGH, "192.168.7.10", tablet, NUD_PERMANENT);
     EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.10") == tablet; }));
-    EXPECT_EQ(mac_at("192.168.7.9"), "") << "not on the LAN";
+    EXPECT_EQ(mac_at("192.168.7.8") + mac_at("192.168.7.9"), "") << "gone, not on the LAN";
     EXPECT_LE(counter_of("neighbours_asked"), asked + 3);
-    // A flood of strangers asks no more than so many questions, and more neighbours than the table holds lose none that is in
-    // it.
+    // A flood of strangers asks no more than so many questions.
     for (u32 i = 0; i < 5000; ++i)
         mac_at(inet_ntoa({htonl(0x0A000001 + i)}));
     EXPECT_GE(counter_of("neighbours_not_asked"), 4000u);
+    nl_socket_free(kernel);
 }
 
 TEST(Neighbours, TableAgreesWithAMapWhileItIsReadAndRewritten)
 {
-    std::vector<u32> addresses; // scattered, so that some share a home
-    u32 seed = 7;
-    for (auto draw = [&] { return seed = seed * 1664525 + 1013904223; }; addresses.size() < 1200;)
-        addresses.push_back((draw() >> 16) << 16 | draw() >> 16);
+    std::minstd_rand draw;
+    std::vector<u32> addresses(1200); // scattered, so that some share a home
+    std::generate(addresses.begin(), addresses.end(), [&] { return static_cast<u32>(draw() * 2 + draw() % 2); });
     constexpr size_t busy = 8; // of them are rewritten and read all the time
     std::atomic<bool> stop{false};
     std::atomic<int> torn{0};
@@ -380,9 +348,8 @@ TEST(Neighbours, TableAgreesWithAMapWhileItIsReadAndRewritten)
     std::map<u32, std::pair<unsigned char, u32>> known;
     u32 current_round = 1;
     for (int step = 0; step < 200000; ++step) {
-        seed = seed * 1664525 + 1013904223;
-        u32 ip = addresses[(seed >> 8) % (step % 2 ? busy : addresses.size())];
-        unsigned char mark = static_cast<unsigned char>(seed >> 24);
+        u32 ip = addresses[draw() % (step % 2 ? busy : addresses.size())];
+        unsigned char mark = static_cast<unsigned char>(draw());
         unsigned char mac[6] = {mark, 2, static_cast<unsigned char>(ip), 3, 2, mark};
         lock_guard held(neighbour_writers);
         if (step % 20000 == 19999) {
@@ -394,9 +361,8 @@ TEST(Neighbours, TableAgreesWithAMapWhileItIsReadAndRewritten)
             neighbour_forget(ip);
             known.erase(ip);
         } else {
-            bool room = known.count(ip) != 0 || known.size() < neighbour_most;
-            EXPECT_EQ(neighbour_store(ip, mac, current_round), room);
-            if (room)
+            EXPECT_EQ(neighbour_store(ip, mac, current_round), known.count(ip) != 0 || known.size() < neighbour_most);
+            if (known.count(ip) != 0 || known.size() < neighbour_most)
                 known[ip] = {mark, current_round};
         }
     }
@@ -432,14 +398,13 @@ TEST(DeviceServices, AnswerFromTheRosterAndTheCatalogueAsTheyAreNow)
                R"({"home":7,"devices":[{"mac":"aa:00:00:00:00:01","role":1,"name":"Ünïçödé tablet of somebodyß","group":5},
                    {"mac":"AA-00-00-00-00-02","role":0,"online":false},{"mac":"AA-00-00-00-00-01","role":9},{"mac":"AA-00"},
                    {"mac":"0A-00-00-00-00-03","role":"2","online":true}]})");
-    EXPECT_EQ(ask_service(online, "noneed=noneed"),
-              "{\"err_no\":\"0\",\"data\":[{\"mac\":\"AA-00-00-00-00-01\",\"role\":\"1\"},"
-              "{\"mac\":\"0A-00-00-00-00-03\",\"role\":\"0\"}]}");
-    EXPECT_EQ(ask_service(online, "mac=AA-00-00-00-00-01"),
-              "{\"err_no\":\"0\",\"data\":[{\"mac\":\"AA-00-00-00-00-01\",\"role\":\"1\"}]}");
+    auto data = [](const std::string &entries) { return R"({"err_no":"0","data":[)" + entries + "]}"; };
+    const std::string first = R"({"mac":"AA-00-00-00-00-01","role":"1"})", third = R"({"mac":"0A-00-00-00-00-03","role":"0"})";
+    EXPECT_EQ(ask_service(online, "noneed=noneed"), data(first + "," + third));
+    EXPECT_EQ(ask_service(online, "mac=AA-00-00-00-00-01"), data(first));
     for (const char *query : {"mac=AA-00-00-00-00-02", "mac=AA-00-00-00-00-09", "mac="})
-        EXPECT_EQ(ask_service(online, query), "{\"err_no\":\"0\",\"data\":[]}");
-    EXPECT_EQ(ask_service(offline, ""), "{\"err_no\":\"0\",\"data\":[{\"mac\":\"AA-00-00-00-00-02\",\"role\":\"0\"}]}");
+        EXPECT_EQ(ask_service(online, query), data(""));
+    EXPECT_EQ(ask_service(offline, ""), data(R"({"mac":"AA-00-00-00-00-02","role":"0"})"));
     EXPECT_EQ(counter_of("roster_entries_refused"), 2u);
     nos_hostname_cfg names = {};
     memcpy(names.mac, tablet, 6);
@@ -457,23 +422,15 @@ TEST(DeviceServices, AnswerFromTheRosterAndTheCatalogueAsTheyAreNow)
         EXPECT_EQ(counter_of("roster_unreadable"), ++unreadable);
     }
     write_file("state/roster.json", R"({"devices":[]})");
-    EXPECT_EQ(ask_service(offline, ""), "{\"err_no\":\"0\",\"data\":[]}");
-
+    EXPECT_EQ(ask_service(offline, ""), data(""));
     write_file("state/catalogue.json", R"({"data":[{"class_type":"1","appid":[1001,"x",1002]},{"class_type":2,"appid":[1]},
                    {"class_type":"13","appid":[]}],"names":{"1001":"Video"}})");
-    EXPECT_EQ(ask_service(apps, nullptr), "{\"err_no\":\"0\",\"data\":[{\"class_type\":\"1\",\"appid\":[1001,1002]},"
-                                          "{\"class_type\":\"13\",\"appid\":[]}]}");
-}
-
-static std::string without_time(std::string line)
-{
-    size_t comma = line.find(',');
-    return comma == std::string::npos ? line : "{" + line.substr(comma + 1);
+    EXPECT_EQ(ask_service(apps, nullptr), data(R"({"class_type":"1","appid":[1001,1002]},{"class_type":"13","appid":[]})"));
 }
 
 TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
 {
-    ASSERT_GE(nt_ipcserver_init2(socket_path().c_str(), record_request), 0);
+    ASSERT_GE(nt_ipcserver_init2(socket_path.c_str(), record_request), 0);
     fd_guard reader(connect_to(home + "run/pushes.sock", SOCK_STREAM));
     fd_guard stuck(connect_to(home + "run/pushes.sock", SOCK_STREAM));
     ASSERT_GE(stuck.get(), 0);
@@ -483,20 +440,17 @@ TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
     EXPECT_EQ(new_push_msg(1023, "no \"JSON\"\n", 0), 0);
     app_info_sync_st status = {1001, 0, 2, 1700000000, {0xAA, 0, 0, 0, 0, 1}};
     EXPECT_EQ(app_info_to_devpush(&status, 1), 0);
-    const std::vector<std::string> expected = {
-        R"({"code":1008,"occur_time":77,"data":{"endmac":"AA-00-00-00-00-01","sumtime":"600"}})",
-        R"({"code":1023,"occur_time":0,"data":"no \"JSON\"\n"})",
-        R"({"code":0,"occur_time":0,"data":[{"mac":"AA-00-00-00-00-01","app_id":1001,"class_type":0,"app_status":2,)"
-        R"("timestamp":1700000000}]})"};
     FILE *lines = fdopen(dup(reader.get()), "r");
-    char line[4096];
-    for (const std::string &wanted : expected) {
+    for (
+        const char *wanted :
+        {R"("code":1008,"occur_time":77,"data":{"endmac":"AA-00-00-00-00-01","sumtime":"600"}})",
+         R"("code":1023,"occur_time":0,"data":"no \"JSON\"\n"})",
+         R"("code":0,"occur_time":0,"data":[{"mac":"AA-00-00-00-00-01","app_id":1001,"class_type":0,"app_status":2,"timestamp":1700000000}]})"}) {
+        char line[4096] = "";
         ASSERT_TRUE(fgets(line, sizeof line, lines));
-        EXPECT_EQ(without_time(line), wanted + "\n");
+        EXPECT_EQ(strchr(line, ',') + 1, wanted + "\n"s); // behind the time
     }
     fclose(lines);
-    std::string spooled = read_file("run/pushes.jsonl");
-    EXPECT_EQ(std::count(spooled.begin(), spooled.end(), '\n'), 3);
 
     // Beyond what the spool and the subscriber who does not read can hold.
     const std::string large = "\"" + std::string(2000, 'x') + "\"";
@@ -520,15 +474,14 @@ TEST(Storage, IsMadeWhenMissingAndReadsWithinBounds)
     ASSERT_EQ(get_config_path(path, 255), 0);
     EXPECT_EQ(path, home + "state/config/");
     EXPECT_EQ(get_config_path(path, 10), -1);
-    struct stat about;
-    ASSERT_EQ(stat((home + "state/config").c_str(), &about), 0);
-    EXPECT_EQ(about.st_mode & 07777, 0700u);
+    EXPECT_EQ(mode_of(home + "state/config"), 0700u);
     EXPECT_EQ(save_param(), 0);
+    const std::string opened(32, '['), closed(32, ']'), endless(1 << 20, 'x');
     for (const auto &[text, good] : std::map<std::string, bool>{{"{\"a\":\"]]\"}", true},
                                                                 {"{\"a\":", false},
-                                                                {std::string(32, '[') + std::string(32, ']'), true},
-                                                                {std::string(33, '[') + std::string(33, ']'), false},
-                                                                {"\"" + std::string(1 << 20, 'x') + "\"", false}}) {
+                                                                {opened + closed, true},
+                                                                {"[" + opened + closed + "]", false},
+                                                                {"\"" + endless + "\"", false}}) {
         write_file("some.json", text);
         EXPECT_EQ(json_tree(json_load_file((home + "some.json").c_str())) != nullptr, good) << text.substr(0, 40);
         EXPECT_EQ(json_tree(json_load_buffer(text.c_str())) != nullptr, good) << text.substr(0, 40);
@@ -539,28 +492,27 @@ TEST(Storage, IsMadeWhenMissingAndReadsWithinBounds)
 TEST(CounterPage, IsNeverWrittenThroughALink)
 {
     const char *const names[] = {"first", "a name longer than a slot has room for"};
-    std::ofstream(home + "precious") << "kept";
-    std::string path = home + "page";
-    ASSERT_EQ(symlink((home + "precious").c_str(), path.c_str()), 0);
-    counter_slot *slots = counter_page_create(path.c_str(), names, 2);
+    write_file("precious", "kept");
+    std::filesystem::create_symlink(home + "precious", home + "page");
+    counter_slot *slots = counter_page_create((home + "page").c_str(), names, 2);
     ASSERT_TRUE(slots);
     slots[1].value = 42;
     counter_reading read[2];
     u32 owner = 0;
-    ASSERT_EQ(counter_page_read(path.c_str(), read, 2, &owner), 2);
+    ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 2, &owner), 2);
     EXPECT_EQ(owner, static_cast<u32>(getpid()));
-    EXPECT_EQ(read[1].value, 42u);
-    EXPECT_STREQ(read[1].name, "a name longer than a slot h");
+    EXPECT_EQ(read[1].name + " "s + std::to_string(read[1].value), "a name longer than a slot h 42");
     EXPECT_EQ(read_file("precious"), "kept");
     EXPECT_EQ(counter_page_create((home + "no/where").c_str(), names, 2), nullptr);
-    std::ofstream(path) << "1CPA";
-    EXPECT_EQ(counter_page_read(path.c_str(), read, 2, &owner), -1);
+    write_file("page", "1CPA");
+    EXPECT_EQ(counter_page_read((home + "page").c_str(), read, 2, &owner), -1);
 }
 
 int main(int argc, char **argv)
 {
     char name[] = "/tmp/platform_test.XXXXXX";
     home = std::string(mkdtemp(name)) + "/";
+    socket_path = home + "requests";
     std::filesystem::create_directories(home + "state");
     write_file("settings.json", "{\"state_dir\":\"" + home + "state\",\"runtime_dir\":\"" + home +
                                     "run\",\"spool_limit\":8192,\"lan_interface\":5}");
