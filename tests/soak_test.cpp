@@ -17,8 +17,13 @@ constexpr size_t log_limit = 2097152;
 
 size_t heap_in_use()
 {
-    return __sanitizer_get_current_allocated_bytes != nullptr ? __sanitizer_get_current_allocated_bytes()
-                                                              : mallinfo2().uordblks;
+    if (__sanitizer_get_current_allocated_bytes != nullptr)
+        return __sanitizer_get_current_allocated_bytes();
+#ifdef __GLIBC__
+    return mallinfo2().uordblks;
+#else
+    return 0; // such a library tells nothing of its heap
+#endif
 }
 
 size_t open_descriptors()
