@@ -11,7 +11,7 @@ build_libnl() {
     cd "$work" || exit
     [[ -x configure ]] || autoreconf -fi
     CC=$compiler CFLAGS='-Os -w' ./configure --quiet --host="$triplet" --prefix=/usr --sysconfdir=/etc --disable-cli --disable-static
-    make -s -j2 lib/libnl-3.la lib/libnl-route-3.la >/dev/null
+    make -s -j2 lib/libnl-3.la lib/libnl-route-3.la >make.log 2>&1 || { tail -40 make.log; exit 1; }
     mkdir -p "$root/usr/include" "$root/usr/lib/pkgconfig"
     cp -P lib/.libs/libnl-3.so* lib/.libs/libnl-route-3.so* "$root/usr/lib/"
     cp -r include "$root/usr/include/libnl3"
