@@ -39,7 +39,7 @@ struct home : household {
     {
         std::filesystem::remove(config_file());
         platform.answers.clear();
-        platform.answers["/app/ib_manager/webs/get_user_apps.cgi"] = catalogue;
+        platform.answers[catalogue_path] = catalogue;
         set_clock(evening);
         arrive(tablet);
         feed_traffic(accounting_message(app_word(7), 1 | start, tablet.ip, 1, 2));
@@ -176,7 +176,7 @@ std::vector<std::string> config_seeds()
 void take_catalogue(const std::string &bytes)
 {
     at_home([&](home &household) {
-        platform.answers["/app/ib_manager/webs/get_user_apps.cgi"] = bytes;
+        platform.answers[catalogue_path] = bytes;
         for (const std::string &file : {limits, json("{'device':'@','data':[{'class_type':2,'onoff':1,'appid':[3]}]}")}) {
             store(file);
             load_device_config(household.record(tablet));

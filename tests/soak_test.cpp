@@ -46,10 +46,10 @@ class soak : public household {
             macs[i] = "02-00-00-00-00-1" + std::string(1, static_cast<char>('0' + i));
             ips[i] = "192.168.1.2" + std::to_string(i);
         }
-        std::ofstream(config_file(macs[5]))
-            << "{\"device\":\"" << macs[5] << "\",\"data\":[{\"class_type\":1,\"onoff\":1,\"use_time\":5,\"appid\":[105]}]}";
-        platform.answers["/app/ib_manager/webs/get_user_apps.cgi"] =
-            "{\"err_no\":\"0\",\"data\":[{\"class_type\":\"1\",\"appid\":[105]}]}";
+        const std::string limits =
+            "{'device':'" + macs[5] + "','data':[{'class_type':1,'onoff':1,'use_time':5,'appid':[105]}]}";
+        std::ofstream(config_file(macs[5])) << json(limits);
+        platform.answers[catalogue_path] = json("{'err_no':'0','data':[{'class_type':'1','appid':[105]}]}");
         for (int i = 0; i < device_count; i++)
             arrive(device(i));
     }
