@@ -203,23 +203,6 @@ std::string household::brief(u32 id, const lan_device &device)
     return text.str();
 }
 
-void household::forget()
-{
-    sent();
-    asked();
-    logged();
-}
-
-lines household::asked()
-{
-    lines since;
-    for (const std::string &call : platform.calls)
-        if (call.rfind("call_cgi ", 0) == 0)
-            since.push_back(call.substr(9));
-    platform.calls.clear();
-    return since;
-}
-
 lines household::logged()
 {
     std::string text(static_cast<size_t>(lseek(log_fd, 0, SEEK_END)) - log_read, '\0');

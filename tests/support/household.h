@@ -83,9 +83,9 @@ class household : public ::testing::Test {
 
     // What happened since the last call.
     static lines sent() { return std::exchange(platform.outgoing, {}); }
-    static lines asked(); // calls of the device service
-    void forget();        // all of it
-    lines logged();       // without time stamps; a text with line feeds gives several lines
+    static lines asked() { return std::exchange(platform.calls, {}); } // of the router's services
+    void forget() { sent(), asked(), logged(); }
+    lines logged(); // without time stamps; a text with line feeds gives several lines
     bool was_logged(const std::string &line, const std::string &next = ""); // once each since then, one upon the other
 
     std::string directory;

@@ -49,14 +49,6 @@ static bool fails(const std::string &what)
     return platform.failing.count(what) != 0;
 }
 
-// Some operations are asked for without the daemon's lock, by several threads.
-static void note(const std::string &call)
-{
-    static std::mutex noting;
-    std::lock_guard<std::mutex> held(noting);
-    platform.calls.push_back(call);
-}
-
 static void leaves(const std::string &what)
 {
     platform.outgoing.push_back(what + (lock_is_held() ? "" : " unlocked"));
@@ -127,7 +119,11 @@ int get_mac_by_ip(uint32_t ip, unsigned char *mac)
 int call_cgi(const char *path, const char *query, char **answer)
 {
     const std::string asked = path + (query != nullptr ? std::string("?") + query : "");
-    note("call_cgi " + asked);
+    {
+        static std::mutex noting; // several threads ask, without the daemon's lock
+        std::lock_guard<std::mutex> held(noting);
+        platform.calls.push_back(asked);
+    }
     std::string text = device_list(path, query != nullptr ? query : "");
     for (const std::string &key : {std::string(path), asked})
         if (platform.answers.count(key) != 0)
@@ -165,9 +161,8 @@ struct cJSON *json_load_buffer(const char *text)
 
 int nos_hostname_action(struct nos_hostname_cfg *cfg)
 {
-    note("nos_hostname_action key " + std::to_string(cfg->key) + " action " + std::to_string(cfg->action));
     home_device *known = known_device(cfg->mac);
-    if (known == nullptr)
+    if (known == nullptr || cfg->key != 0 || cfg->action != 4) // to look up by MAC
         return -1;
     snprintf(cfg->s_name, sizeof cfg->s_name, "%s", known->name.c_str());
     return 0;

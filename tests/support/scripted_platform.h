@@ -4,8 +4,8 @@
 // Records are lines of text in the order of the calls. `outgoing` holds what leaves the daemon:
 //   push CODE OCCUR_TIME TEXT
 //   status STATUS app ID at TIMESTAMP of MAC        (plus " class N" where it is not 0)
-// each with " unlocked" behind when device_apps_mtx was not held. `calls` holds everything else, such as
-//   call_cgi PATH?QUERY       (PATH alone for a null query)
+// each with " unlocked" behind when device_apps_mtx was not held. `calls` holds what the services were asked, as PATH?QUERY
+// (PATH alone for a null query).
 #ifndef TESTS_SCRIPTED_PLATFORM_H
 #define TESTS_SCRIPTED_PLATFORM_H
 
