@@ -172,7 +172,7 @@ TEST_F(tool, tells_wrong_command_lines_from_refusals_and_absence)
         many_apps += "," + std::to_string(i);
     many_apps += "]}]";
     for (const char *limits :
-         {R"({})", R"([])", R"({"data":{}})", R"([{"class_type":0}])", R"([{"class_type":"1"}])",
+         {R"({})", R"([])", R"({"data":{}})", R"([{"class_type":0}])", R"([{"class_type":6}])", R"([{"class_type":"1"}])",
           R"([{"class_type":1},{"class_type":1}])", R"([{"class_type":1,"onoff":2}])", R"([{"class_type":1,"use_time":1.5}])",
           R"([{"class_type":1,"appid":[70000]}])", many_apps.c_str()}) {
         write_file("limits.json", limits);
