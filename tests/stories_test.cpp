@@ -215,7 +215,7 @@ TEST_F(stories, eleven_at_night_and_midnight)
     // Every pass of that minute restarts the sessions.
     wait_until(eleven + 59);
     lines statuses = sent_but_reports();
-    EXPECT_EQ(statuses.size(), 2u * 19);
+    ASSERT_EQ(statuses.size(), 2u * 19);
     EXPECT_EQ(lines(statuses.end() - 2, statuses.end()), (lines{status(0, 5, 0), status(1, 5, eleven + 54)}));
     EXPECT_EQ(app(5)->start_time, eleven + 57);
     wait(1);
