@@ -17,8 +17,7 @@ const std::string limits = json("{'device':'@','data':[{'class_type':1,'onoff':1
                                 "'onoff':1,'use_time':1,'appid':[8]}],'appids':[{'class_type':'1','appid':[7]}],"
                                 "'payment':{'enable':1,'weixin':1,'alipay':0,'qqpay':1,'applepay':1}}");
 const std::string catalogue =
-    "{\"err_no\":\"0\",\"data\":[{\"class_type\":\"1\",\"appid\":[7,9,11]},{\"class_type\":\"14\",\"appid\":[20]}]}";
-const std::string one_device = json("{'err_no':'0','data':[{'mac':'@','role':'1'}]}");
+    json("{'err_no':'0','data':[{'class_type':'1','appid':[7,9,11]},{'class_type':'14','appid':[20]}]}");
 
 void must(bool holds)
 {
@@ -168,11 +167,6 @@ void take_config(const std::string &bytes)
     });
 }
 
-std::vector<std::string> config_seeds()
-{
-    return {limits, json("{'device':'@','data':[]}"), json("{'device':'@','payment':{'qqpay':0}}")};
-}
-
 void take_catalogue(const std::string &bytes)
 {
     at_home([&](home &household) {
@@ -183,11 +177,6 @@ void take_catalogue(const std::string &bytes)
             update_new_app_ids(household.record(tablet));
         }
     });
-}
-
-std::vector<std::string> catalogue_seeds()
-{
-    return {catalogue, "{\"err_no\":\"1\"}", "{\"err_no\":\"0\",\"data\":[{\"class_type\":\"3\",\"appid\":[]},{}]}"};
 }
 
 void take_device_service(const std::string &bytes)
@@ -201,18 +190,26 @@ void take_device_service(const std::string &bytes)
     });
 }
 
-std::vector<std::string> device_service_seeds()
+// Files and service answers.
+template <size_t which> std::vector<std::string> text_seeds()
 {
-    return {one_device, json("{'err_no':'0','data':[{'mac':'@','role':'0'},{'mac':'02-00-00-00-00-0C','role':'2'}]}"),
-            "{\"err_no\":\"0\",\"data\":[]}"};
+    const std::vector<std::string> texts[] = {
+        {limits, "{'device':'@','data':[]}", "{'device':'@','payment':{'qqpay':0}}"},
+        {catalogue, "{'err_no':'1'}", "{'err_no':'0','data':[{'class_type':'3','appid':[]},{}]}"},
+        {"{'err_no':'0','data':[{'mac':'@','role':'1'}]}", "{'err_no':'0','data':[]}",
+         "{'err_no':'0','data':[{'mac':'@','role':'0'},{'mac':'02-00-00-00-00-0C','role':'2'}]}"}};
+    std::vector<std::string> seeds;
+    for (const std::string &text : texts[which])
+        seeds.push_back(json(text));
+    return seeds;
 }
 
 } // namespace
 
 const std::vector<fuzz_target> fuzz_targets = {
     {"accounting", take_accounting, accounting_seeds}, {"router", take_router, router_seeds},
-    {"request", take_request, request_seeds},          {"config", take_config, config_seeds},
-    {"catalogue", take_catalogue, catalogue_seeds},    {"device_service", take_device_service, device_service_seeds},
+    {"request", take_request, request_seeds},          {"config", take_config, text_seeds<0>},
+    {"catalogue", take_catalogue, text_seeds<1>},      {"device_service", take_device_service, text_seeds<2>},
 };
 
 const fuzz_target *find_fuzz_target(const std::string &name)

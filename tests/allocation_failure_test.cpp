@@ -86,7 +86,7 @@ struct day : household {
             happens([&] { tick(); });
         }
     }
-    void asks(unsigned int id, std::string text)
+    void asks(unsigned int id, std::string text = "")
     {
         std::string mac = id == 8 || id == 9 ? json("{'device':['@']}") : tablet.mac;
         unsigned int room = 2000;
@@ -116,7 +116,7 @@ struct day : household {
         comes(accounting_message(app_word(7), start | 71, tablet.ip, 1, 2));
         passes(2);
         for (unsigned int id : {6u, 7u, 8u, 9u, 12u, 13u, 14u})
-            asks(id, "");
+            asks(id);
         platform.answers[catalogue_path] = json("{'err_no':'0','data':[{'class_type':'1','appid':[7,8,12]}]}");
         set_clock(evening + 3 * 3600 - 60);
         passes(2); // the day's end, the delayed history, the catalogue
