@@ -262,36 +262,6 @@ TEST_F(tool, switches_payments)
     EXPECT_NE(run("payments aa0000000001").words.find("weixin    off    WeChat Pay"), std::string::npos);
 }
 
-TEST_F(tool, prints_pushes_from_the_spool_and_as_they_come)
-{
-    std::string spool;
-    FILE *follower = popen("TZ=UTC " TOOL_COMMAND " pushes --follow --json | head -n 1", "r");
-    std::thread household([] {
-        for (int i = 0; i < 40; i++) {
-            new_push_msg(1015, R"({"endmac":"AA-00-00-00-00-01","alias":"","class_type":"2","use_time":"120","folk_id":"-1"})",
-                         0);
-            usleep(50 * 1000);
-        }
-    });
-    char line[512] = "";
-    EXPECT_TRUE(fgets(line, sizeof(line), follower));
-    EXPECT_NE(strstr(line, "\"code\":1015,\"occur_time\":0,\"data\":{\"endmac\":\"AA-00-00-00-00-01\""), nullptr) << line;
-    household.join();
-    pclose(follower);
-
-    new_push_msg(1023, R"([{"endmac":"AA-00-00-00-00-01","appid":"1001","sumtime":"3","status":"offline"}])", 0);
-    write_file("pushes.jsonl.1", R"({"time":0,"code":1008,"occur_time":0,"data":{"endmac":"AA-00-00-00-00-02","appid":"9",)"
-                                 R"("sumtime":"540","up_traffic":"1","down_traffic":"20"}})"
-                                 "\n{\"cut\n");
-    for (int i = 0; i < 40 && spool.find("presence") == std::string::npos; i++) {
-        usleep(50 * 1000);
-        spool = run("pushes").words;
-    }
-    EXPECT_EQ(spool.find("1970-01-01 00:00:00  1008 history    AA-00-00-00-00-02  Bob  9  9 min, 1 bytes up, 20 down\n"), 0u);
-    EXPECT_NE(spool.find("1015 limit      AA-00-00-00-00-01  Ann  class 2 used for 120 min today\n"), std::string::npos);
-    EXPECT_NE(spool.find("1023 presence   AA-00-00-00-00-01  Ann  1001 Video  offline, 3 min\n"), std::string::npos) << spool;
-}
-
 TEST_F(tool, shows_every_counter)
 {
     set("traffic_undecodable", 4);
