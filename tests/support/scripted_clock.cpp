@@ -62,10 +62,11 @@ unsigned int sleep(unsigned int seconds)
         return 0;
     }
     {
+        // Told with the lock held: the test may be over, and the condition gone, as soon as it is let go.
         std::lock_guard<std::mutex> held(naps_mutex);
         worker_nap = {seconds, lock_is_held()};
+        nap_taken.notify_all();
     }
-    nap_taken.notify_all();
     for (;;)
         pause();
 }
