@@ -62,9 +62,9 @@ int read_options(int argc, char **argv, options *out)
 // Every process below one wrapper shares one clock: it starts at the scenario's start and runs fast from there on.
 std::vector<std::string> fast_clock_words(const scenario &household, int speed)
 {
-    char spec[64];
-    snprintf(spec, sizeof spec, "%+lldx%d", static_cast<long long>(household.start - now_by_the_clock()), speed);
-    return {"faketime", "-m", "-f", spec};
+    char pace[64];
+    snprintf(pace, sizeof pace, "%+lldx%d", static_cast<long long>(household.start - now_by_the_clock()), speed);
+    return {"faketime", "-m", "-f", pace};
 }
 
 int play_inside(const scenario &household, const std::vector<step> &plan, const std::vector<outcome> &predicted,
