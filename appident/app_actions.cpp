@@ -8,8 +8,7 @@
 
 #include <arpa/inet.h>
 
-namespace
-{
+namespace {
 
 enum : int { action_online = 0, action_offline = 2 };
 

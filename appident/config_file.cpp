@@ -28,8 +28,7 @@ bool config_is_of(const cJSON *root, const char *mac_str)
     return cJSON_IsString(device) && strcmp(device->valuestring, mac_str) == 0;
 }
 
-namespace
-{
+namespace {
 
 bool write_all(int fd, const char *text)
 {
@@ -105,8 +104,7 @@ int replace_config(const char *mac_str, const char *config)
     return 0;
 }
 
-namespace
-{
+namespace {
 
 cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
 {
@@ -114,8 +112,7 @@ cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
     if (!number_member(wanted, "class_type", UINT32_MAX, &wanted_class))
         return nullptr;
     cJSON *limit = nullptr;
-    cJSON_ArrayForEach(limit, limits)
-    {
+    cJSON_ArrayForEach(limit, limits) {
         u32 class_type = 0;
         if (number_member(limit, "class_type", UINT32_MAX, &class_type) && class_type == wanted_class)
             return limit;
@@ -194,8 +191,7 @@ int update_config(const char *mac_str, const char *config, const char *path)
         return -1;
     }
     cJSON *limit = nullptr;
-    cJSON_ArrayForEach(limit, limits)
-    {
+    cJSON_ArrayForEach(limit, limits) {
         if (merge_limit(mac_str, path, limits, limit) != 0)
             return -1;
     }

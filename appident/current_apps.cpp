@@ -43,7 +43,7 @@ void add_app_object(cJSON *apps, const app_ident_record &app)
         (void)object.release();
 }
 
-// One app of the id 0 may stand in a record that something else filled; a list leaves it out, a single device's answer does not.
+// An app of the id 0 may stand in a record that something else filled; a list leaves it out, a device's own answer does not.
 void add_apps(cJSON *apps, const device_record &dev, u32 least_minutes, bool skip_free_slots)
 {
     if (get_device_role(dev.mac) <= 0)

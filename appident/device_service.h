@@ -10,8 +10,8 @@ constexpr const char *online_devices_path = "/app/devices/webs/getdeviceslist.cg
 constexpr const char *offline_devices_path = "/app/devices/webs/get_offline_dev_list.cgi";
 constexpr const char *catalogue_path = "/app/ib_manager/webs/get_user_apps.cgi";
 
-// Asks a service. The parsed answer when the call succeeded, "err_no" reads as 0 and "data" is an array; else null. The array is
-// *data, owned by the tree.
+// Asks a service. The parsed answer when the call succeeded, "err_no" reads as 0 and "data" is an array; else null. The array
+// is *data, owned by the tree.
 json_tree ask_service(const char *path, const char *query, cJSON **data);
 // The same for a text that the caller already has.
 json_tree parse_service_answer(const char *answer, cJSON **data);

@@ -9,7 +9,10 @@
 
 namespace {
 
-unsigned long long printable(u64 count) { return static_cast<unsigned long long>(count); }
+unsigned long long printable(u64 count)
+{
+    return static_cast<unsigned long long>(count);
+}
 
 void dump_rules(const app_ident_record &app)
 {

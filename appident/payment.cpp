@@ -9,8 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-namespace
-{
+namespace {
 
 constexpr u32 rule_lifetime = 30;  // seconds a rule hit waits for its companions
 constexpr u32 quiet_time = 20;     // seconds after an alert in which payments of that type are swallowed
@@ -40,8 +39,7 @@ void collect_evidence(payment_set &set, payment_evidence &found)
     found.count = found.needed = 0;
     found.assist = false;
     bounded_text rules = make_bounded_text(found.rules, sizeof(found.rules));
-    list_for_each(node, &set.pay_rule_list_head)
-    {
+    list_for_each(node, &set.pay_rule_list_head) {
         u32 rule_id = list_entry(node, pay_rule_record, node)->rule_id;
         char piece[20];
         snprintf(piece, sizeof(piece), "%u,", rule_id);
@@ -137,8 +135,7 @@ void follow_two_steps(const two_step_rules &rules, u32 &stamp, device_record *de
 
 void add_app_payment_rule_record(payment_set *set, u32 appid, u32 ruleid)
 {
-    list_for_each(node, &set->pay_rule_list_head)
-    {
+    list_for_each(node, &set->pay_rule_list_head) {
         auto *known = list_entry(node, pay_rule_record, node);
         if (known->rule_id == ruleid) {
             known->hit_time = wall_clock();
@@ -190,8 +187,7 @@ int clear_timeout_payment_rules(device_record *dev)
     for (payment_set &set : dev->pay_sets) {
         if (set.onoff != 1)
             continue;
-        list_for_each_safe(node, next, &set.pay_rule_list_head)
-        {
+        list_for_each_safe(node, next, &set.pay_rule_list_head) {
             auto *rule = list_entry(node, pay_rule_record, node);
             if (now - rule->hit_time <= rule_lifetime)
                 continue;

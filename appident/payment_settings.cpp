@@ -9,8 +9,7 @@
 
 #include <string.h>
 
-namespace
-{
+namespace {
 
 struct pay_switches {
     int enable;
@@ -62,8 +61,7 @@ void apply_stored(device_record *dev, const cJSON *payment)
 
 void switch_record(const char *mac_str, const pay_switches &wanted)
 {
-    list_for_each(node, &device_apps_head)
-    {
+    list_for_each(node, &device_apps_head) {
         device_record *dev = device_of(node);
         if (dev->device_state == device_listed || strcmp(dev->mac, mac_str) != 0)
             continue;

@@ -5,8 +5,7 @@
 #include "appident/push_channel.h"
 #include "common/log.h"
 
-namespace
-{
+namespace {
 
 enum limit_class : u32 { class_daydayup = 4, class_eye_protection = 5 };
 

@@ -29,9 +29,9 @@ int shown_role(const char *mac_str);
 
 // Add one string member; silently left out when there is no memory.
 void add_text(cJSON *object, const char *key, const char *value);
-void add_u32(cJSON *object, const char *key, u32 value);  // "%u"
-void add_u64(cJSON *object, const char *key, u64 value);  // "%llu"
-void add_int(cJSON *object, const char *key, int value);  // "%d"
+void add_u32(cJSON *object, const char *key, u32 value); // "%u"
+void add_u64(cJSON *object, const char *key, u64 value); // "%llu"
+void add_int(cJSON *object, const char *key, int value); // "%d"
 
 // The display name, at most 32 characters; empty when unknown.
 struct device_alias {

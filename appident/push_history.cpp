@@ -33,10 +33,10 @@ int push_history(const device_record &dev, const history_report &report)
     heap_text text;
     int result = send_push(push_code_history, object.get(), report.occur_time, &text);
     if (text)
-        url_check_log(0,
-                      "[appident] %s -> [1008], app_id = %u, use_time = %us, up_traffic = %llu, down_traffic = %llu\n\t%s, ret = %d",
-                      report.reporter, report.app_id, report.seconds, static_cast<unsigned long long>(report.up_bytes),
-                      static_cast<unsigned long long>(report.down_bytes), text.get(), result);
+        url_check_log(
+            0, "[appident] %s -> [1008], app_id = %u, use_time = %us, up_traffic = %llu, down_traffic = %llu\n\t%s, ret = %d",
+            report.reporter, report.app_id, report.seconds, static_cast<unsigned long long>(report.up_bytes),
+            static_cast<unsigned long long>(report.down_bytes), text.get(), result);
     return result;
 }
 
@@ -70,8 +70,8 @@ int push_history_time_axis_sumtime(device_record *dev, app_ident_record *app)
     }
     char rule_ids[257];
     get_hit_ruleids(app, rule_ids, sizeof(rule_ids));
-    return push_history(*dev, {reporter, app->app_id, app->time_axis_period_time * 60 - 60, app->up_bytes, app->down_bytes,
-                               rule_ids, 0});
+    return push_history(
+        *dev, {reporter, app->app_id, app->time_axis_period_time * 60 - 60, app->up_bytes, app->down_bytes, rule_ids, 0});
 }
 
 int push_delay_history_time(device_record *dev)
@@ -87,8 +87,9 @@ int push_delay_history_time(device_record *dev)
         return -1;
     // The copy keeps no rule list; a fixed text stands in its place, on purpose. No minute is taken off: that was done when the
     // report was armed.
-    int result = push_history(*dev, {reporter, dev->delay_push_appid, dev->delay_push_period_time * 60, dev->delay_push_up_bytes,
-                                     dev->delay_push_down_bytes, "123456", dev->delay_push_accur_time});
+    int result =
+        push_history(*dev, {reporter, dev->delay_push_appid, dev->delay_push_period_time * 60, dev->delay_push_up_bytes,
+                            dev->delay_push_down_bytes, "123456", dev->delay_push_accur_time});
     clear_delayed_push(dev);
     return result;
 }

@@ -1,4 +1,6 @@
-// Usage-history pushes (1008): an app's finished time-axis session, at once or from the copy armed at day end. The lock is held.
+// Usage-history pushes (1008): an app's finished time-axis session, at once or from the copy armed at day end.
+//
+// The lock is held.
 #ifndef APPIDENT_PUSH_HISTORY_H
 #define APPIDENT_PUSH_HISTORY_H
 

@@ -32,10 +32,22 @@ constexpr int minutes_in_window = 3;
 enum : int { device_listed = -1, device_offline = 0, device_active = 1 };
 
 // Fields of the packed application word.
-constexpr u32 word_app_id(u32 word) { return (word & 0x7FFF8000u) >> 15; }
-constexpr u32 word_behavior(u32 word) { return (word & 0x7F80u) >> 7; }
-constexpr u32 word_platform(u32 word) { return (word & 0x70u) >> 4; }
-constexpr u32 word_vendor(u32 word) { return word & 0xFu; }
+constexpr u32 word_app_id(u32 word)
+{
+    return (word & 0x7FFF8000u) >> 15;
+}
+constexpr u32 word_behavior(u32 word)
+{
+    return (word & 0x7F80u) >> 7;
+}
+constexpr u32 word_platform(u32 word)
+{
+    return (word & 0x70u) >> 4;
+}
+constexpr u32 word_vendor(u32 word)
+{
+    return word & 0xFu;
+}
 // Only words of this vendor count.
 constexpr u32 our_vendor = 1;
 
@@ -145,7 +157,10 @@ extern u32 App_store_pay_time, weChat_red_pay_time;
 extern std::atomic<u32> wechatPay_hit_cnt, wechatPay_hit_time;
 extern std::atomic<uint8_t> wechatPay_push_flag;
 
-inline device_record *device_of(list_head *node) { return list_entry(node, device_record, node); }
+inline device_record *device_of(list_head *node)
+{
+    return list_entry(node, device_record, node);
+}
 
 // Puts a new record into its first state: listed, no limits, no sessions, no delayed push. Leaves mac, mac_bytes, ip, role,
 // payment_onoff, pay_sets and the daydayup counters alone.

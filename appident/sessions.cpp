@@ -9,7 +9,10 @@
 
 namespace {
 
-bool is_short(u32 period) { return period < 2; }
+bool is_short(u32 period)
+{
+    return period < 2;
+}
 
 u32 end_of(u32 start, u32 period)
 {

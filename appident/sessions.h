@@ -1,8 +1,8 @@
 // Opening, closing and restarting of plain and time-axis sessions. The lock is held.
 //
 // A session's last started minute is never counted, on purpose: that a session is over is only known three empty minutes later,
-// and the minute of its last hit is the first of those. So a session of two minutes or more ends at start + period * 60 - 60 and
-// adds period - 1 to its sum; a shorter one adds nothing and sends no history.
+// and the minute of its last hit is the first of those. So a session of two minutes or more ends at start + period * 60 - 60
+// and adds period - 1 to its sum; a shorter one adds nothing and sends no history.
 //
 // Sessions close in four situations whose end times, sums, resets and order of status and pushes differ, all on purpose. They
 // share the arithmetic here and are otherwise told apart by name. `dev` is the device, `slot` the app's place in it.

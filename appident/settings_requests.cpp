@@ -89,8 +89,7 @@ int get_device_app_list_use_time_json(const char *mac_str, char *buff, unsigned 
     return 0;
 }
 
-namespace
-{
+namespace {
 
 // The MAC text of a record from outside, whose terminator may be missing.
 struct mac_copy {

@@ -62,8 +62,8 @@ void close_day(day_end pass, u32 push_minute)
     });
 }
 
-// The day is open again at once during hour 23, so that the evening pass repeats on each tick of its minute, on purpose: sessions
-// are one minute long by then, and the repeats arm nothing.
+// The day is open again at once during hour 23, so that the evening pass repeats on each tick of its minute, on purpose:
+// sessions are one minute long by then, and the repeats arm nothing.
 void run_day_end_passes(tick_state &state, local_time at)
 {
     if (at.hour == 0 && at.minute == 0 && state.day_open) {

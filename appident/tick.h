@@ -6,9 +6,9 @@
 
 // What the pass remembers from one tick to the next; epoch seconds.
 struct tick_state {
-    u32 last_time;               // last minute report
-    u32 appid_update_last_time;  // last catalogue refresh
-    bool day_open;               // a day-end pass may run
+    u32 last_time;              // last minute report
+    u32 appid_update_last_time; // last catalogue refresh
+    bool day_open;              // a day-end pass may run
 };
 
 tick_state start_ticking(void);

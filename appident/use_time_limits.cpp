@@ -9,8 +9,7 @@
 
 #include <string.h>
 
-namespace
-{
+namespace {
 
 // The big class (the one that has a limit) of each small class of the catalogue, from small class 0 on; 0 for none.
 constexpr uint8_t big_classes[] = {0, 1, 3, 2, 2, 2, 3, 3, 3, 3, 4, 0, 0, 3, 3};
@@ -84,8 +83,7 @@ void list_class_apps(use_time_limit &limit, const cJSON *app_ids)
 {
     int next = 0;
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach(item, app_ids)
-    {
+    cJSON_ArrayForEach(item, app_ids) {
         u32 app_id = 0;
         if (!is_app_id(item, &app_id))
             continue;
@@ -104,8 +102,7 @@ void read_catalogue(device_record *dev, const cJSON *catalogue)
         url_check_log(0, "[app_ident] load_device_config %s -> [%d] ========================exists app======================",
                       dev->mac, num);
     const cJSON *group = nullptr;
-    cJSON_ArrayForEach(group, catalogue)
-    {
+    cJSON_ArrayForEach(group, catalogue) {
         long small_class = 0;
         if (!service_integer(group, "class_type", &small_class))
             continue;
@@ -130,8 +127,7 @@ void check_apps(use_time_limit &limit, const cJSON *app_ids, int count)
     limit.app_id_num = static_cast<u32>(count < apps_per_limit ? count : apps_per_limit);
     memset(limit.app_ids, 0, sizeof(limit.app_ids));
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach(item, app_ids)
-    {
+    cJSON_ArrayForEach(item, app_ids) {
         u32 app_id = 0;
         if (!is_app_id(item, &app_id))
             continue;
@@ -184,7 +180,8 @@ void read_limits(device_record *dev, const cJSON *limits)
     url_check_log(0, "[app_ident] load_device_config -> num = %d", num);
     dev->utl_num = static_cast<u32>(num);
     const cJSON *stored = nullptr;
-    cJSON_ArrayForEach(stored, limits) read_limit(dev, stored);
+    cJSON_ArrayForEach(stored, limits)
+        read_limit(dev, stored);
     pre_push_app_alert(dev);
 }
 
@@ -219,8 +216,7 @@ int load_device_config(device_record *dev)
     return 0;
 }
 
-namespace
-{
+namespace {
 
 // What a pass over the catalogue works on: one small class at a time.
 struct small_class_update {
@@ -234,8 +230,7 @@ struct small_class_update {
 cJSON *group_of_small_class(const cJSON *groups, long wanted)
 {
     cJSON *group = nullptr;
-    cJSON_ArrayForEach(group, groups)
-    {
+    cJSON_ArrayForEach(group, groups) {
         long small_class = 0;
         if (service_integer(group, "class_type", &small_class) && small_class == wanted)
             return group;
@@ -246,8 +241,7 @@ cJSON *group_of_small_class(const cJSON *groups, long wanted)
 cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted)
 {
     cJSON *stored = nullptr;
-    cJSON_ArrayForEach(stored, limits)
-    {
+    cJSON_ArrayForEach(stored, limits) {
         u32 class_type = 0;
         if (number_member(stored, "class_type", UINT32_MAX, &class_type) && class_type == wanted)
             return stored;
@@ -258,8 +252,7 @@ cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted)
 bool holds_app(const cJSON *app_ids, u32 wanted)
 {
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach(item, app_ids)
-    {
+    cJSON_ArrayForEach(item, app_ids) {
         u32 app_id = 0;
         if (read_number(item, UINT32_MAX, &app_id) && app_id == wanted)
             return true;
@@ -317,8 +310,7 @@ bool merge_group(device_record *dev, const cJSON *root, const cJSON *group)
     update.stored_limit = stored_limit_of_class(array_member(root, "data"), class_type);
     bool changed = false;
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach(item, array_member(group, "appid"))
-    {
+    cJSON_ArrayForEach(item, array_member(group, "appid")) {
         u32 app_id = 0;
         if (is_app_id(item, &app_id) && add_new_app(update, app_id))
             changed = true;
@@ -353,8 +345,7 @@ int update_new_app_ids(device_record *dev)
         return 0;
     bool changed = false;
     const cJSON *group = nullptr;
-    cJSON_ArrayForEach(group, data)
-    {
+    cJSON_ArrayForEach(group, data) {
         if (merge_group(dev, root.get(), group))
             changed = true;
     }

@@ -19,9 +19,18 @@ constexpr unsigned long size_limit = 2097152;
 constexpr size_t line_limit = 4096; // characters before the line feed
 
 // The size and the descriptor are shared by threads that log at the same time.
-unsigned long known_size() { return __atomic_load_n(&log_file_size, __ATOMIC_RELAXED); }
-void set_known_size(unsigned long size) { __atomic_store_n(&log_file_size, size, __ATOMIC_RELAXED); }
-int open_descriptor() { return __atomic_load_n(&log_fd, __ATOMIC_ACQUIRE); }
+unsigned long known_size()
+{
+    return __atomic_load_n(&log_file_size, __ATOMIC_RELAXED);
+}
+void set_known_size(unsigned long size)
+{
+    __atomic_store_n(&log_file_size, size, __ATOMIC_RELAXED);
+}
+int open_descriptor()
+{
+    return __atomic_load_n(&log_fd, __ATOMIC_ACQUIRE);
+}
 
 // A new file gets no permission bits, on purpose: root reads it, nobody else.
 int open_log()

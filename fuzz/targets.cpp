@@ -51,7 +51,7 @@ struct home : household {
         ticking = {evening, evening, true};
         tick();
         must(!lock_is_held());
-        list_for_each_safe (node, next, &device_apps_head) {
+        list_for_each_safe(node, next, &device_apps_head) {
             must(node->next->prev == node && node->prev->next == node);
             list_del(node);
             free_device_record(device_of(node));

@@ -42,14 +42,13 @@ inline void list_del(list_head *node)
 }
 
 // The record of the given type whose member is the node.
-#define list_entry(node, type, member) \
-    (reinterpret_cast<type *>(reinterpret_cast<char *>(node) - offsetof(type, member)))
+#define list_entry(node, type, member) (reinterpret_cast<type *>(reinterpret_cast<char *>(node) - offsetof(type, member)))
 
 // Walks the nodes of a list; the current node must stay linked.
 #define list_for_each(node, head) for (list_head *node = (head)->next; node != (head); node = node->next)
 
 // Walks the nodes of a list; the current node may be unlinked and freed in the body.
-#define list_for_each_safe(node, spare, head)                                                    \
+#define list_for_each_safe(node, spare, head)                                                                                  \
     for (list_head *node = (head)->next, *spare = node->next; node != (head); node = spare, spare = spare->next)
 
 #endif

@@ -57,13 +57,13 @@ struct day : household {
 
     static void expect_sound(list_head &list)
     {
-        list_for_each (node, &list)
+        list_for_each(node, &list)
             ASSERT_TRUE(node->next->prev == node && node->prev->next == node);
     }
     static void expect_sound_lists()
     {
         expect_sound(device_apps_head);
-        list_for_each (node, &device_apps_head) {
+        list_for_each(node, &device_apps_head) {
             for (app_ident_record &app : device_of(node)->apps)
                 expect_sound(app.rule_list_head);
             for (payment_set &set : device_of(node)->pay_sets)

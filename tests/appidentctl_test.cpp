@@ -112,7 +112,7 @@ void set(const char *name, u32 value)
 }
 
 class tool : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         std::lock_guard<std::mutex> lock(script.held);
@@ -292,7 +292,7 @@ std::string complaints(const std::string &json)
     json_tree root(cJSON_Parse(json.c_str()));
     std::string all;
     const cJSON *one = nullptr;
-    cJSON_ArrayForEach (one, cJSON_GetObjectItem(root.get(), "checks")) {
+    cJSON_ArrayForEach(one, cJSON_GetObjectItem(root.get(), "checks")) {
         std::string level = cJSON_GetObjectItem(one, "level")->valuestring;
         EXPECT_EQ(level == "ok", !*cJSON_GetObjectItem(one, "advice")->valuestring) << json;
         if (level != "ok")

@@ -28,7 +28,7 @@ static std::string alert(int code, const std::string &fields)
 }
 
 class limits_test : public household {
-  protected:
+protected:
     limits_test() : dev(arrive(tablet))
     {
         dev->device_state = device_active;

@@ -14,7 +14,7 @@
 #include <unistd.h>
 
 class messages : public household {
-  protected:
+protected:
     // Decodes from a buffer of exactly the message's size, so that a read beyond it is caught: "RESULT RECORD".
     static std::string decode(const std::string &message)
     {

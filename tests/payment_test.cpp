@@ -11,7 +11,7 @@ constexpr u32 major(u32 hits, u32 id)
 }
 
 class payment_test : public household {
-  protected:
+protected:
     payment_test() : dev(arrive(tablet)) { store(json("{'device':'@','data':[{}],'appids':[]}")); }
 
     // What the router's kernel tells of a payment app; the first one loads the device's settings: everything on.
@@ -22,7 +22,7 @@ class payment_test : public household {
     std::vector<u32> kept(u32 app = ALI_PAY)
     {
         std::vector<u32> rules;
-        list_for_each (node, &dev->pay_sets[app - WECHAT_PAY].pay_rule_list_head)
+        list_for_each(node, &dev->pay_sets[app - WECHAT_PAY].pay_rule_list_head)
             rules.push_back(list_entry(node, pay_rule_record, node)->rule_id);
         return rules;
     }

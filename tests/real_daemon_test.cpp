@@ -35,7 +35,7 @@ std::string why_not; // what this machine lacks for these tests
 
 // The daemon in a household of two devices, serving.
 class real_daemon : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         if (!why_not.empty())

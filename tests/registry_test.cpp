@@ -9,11 +9,11 @@ static const std::string online = "/app/devices/webs/getdeviceslist.cgi";
 static const std::string offline = "/app/devices/webs/get_offline_dev_list.cgi";
 
 class registry : public household {
-  protected:
+protected:
     static lines tracked()
     {
         lines macs;
-        list_for_each (node, &device_apps_head)
+        list_for_each(node, &device_apps_head)
             macs.push_back(device_of(node)->mac);
         return macs;
     }

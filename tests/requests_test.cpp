@@ -2,7 +2,7 @@
 #include "tests/support/config_files.h"
 
 class requests : public household {
-  protected:
+protected:
     // "RESULT LENGTH TEXT" of a request with a buffer of that capacity.
     static std::string ask(unsigned int id, std::string text, unsigned int capacity = 4000)
     {

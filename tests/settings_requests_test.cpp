@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 class settings_requests : public household {
-  protected:
+protected:
     static inline bool alone = true; // nobody else takes the lock
 
     static int ask(unsigned int id, void *pa, void *pb, void *pc)

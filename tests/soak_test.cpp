@@ -19,7 +19,7 @@ struct use {
 };
 
 class soak : public household {
-  protected:
+protected:
     soak()
     {
         for (int i = 0; i < device_count; i++) {

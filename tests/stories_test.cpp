@@ -6,7 +6,7 @@
 #include <string.h>
 
 class stories : public household {
-  protected:
+protected:
     // Continuing hits every 20 seconds until the moment, the last one upon it.
     void keep_using(u32 id, u32 moment, const lan_device &device = tablet)
     {

@@ -24,7 +24,7 @@ void append_class(text_builder *answer, const char *class_type, const cJSON *ids
     append_text(answer, "%s{\"class_type\":\"%s\",\"appid\":[", first ? "" : ",", class_type);
     const char *comma = "";
     const cJSON *id = nullptr;
-    cJSON_ArrayForEach (id, ids) {
+    cJSON_ArrayForEach(id, ids) {
         if (!cJSON_IsNumber(id) || id->valuedouble < 0 || id->valuedouble > app_id_limit)
             continue;
         append_text(answer, "%s%.0f", comma, id->valuedouble);
@@ -42,7 +42,7 @@ heap_text build_answer(const cJSON *root)
     append_text(&answer, "{\"err_no\":\"0\",\"data\":[");
     bool first = true;
     const cJSON *entry = nullptr;
-    cJSON_ArrayForEach (entry, classes) {
+    cJSON_ArrayForEach(entry, classes) {
         const cJSON *class_type = cJSON_GetObjectItemCaseSensitive(entry, "class_type");
         const cJSON *ids = cJSON_GetObjectItemCaseSensitive(entry, "appid");
         if (!is_number_text(class_type) || !cJSON_IsArray(ids))

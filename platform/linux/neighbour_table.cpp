@@ -37,7 +37,7 @@ u32 after(u32 place)
 
 // Writes are visible as a whole or not at all: a reader that sees one of them also sees the odd number before it.
 class write_guard {
-  public:
+public:
     write_guard() { sequence.store(sequence.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
     ~write_guard() { sequence.store(sequence.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
     write_guard(const write_guard &) = delete;

@@ -98,7 +98,7 @@ bool read_roster(const cJSON *root, roster *out)
         return false;
     device_answer online = begin_answer(), offline = begin_answer();
     const cJSON *entry = nullptr;
-    cJSON_ArrayForEach (entry, entries) {
+    cJSON_ArrayForEach(entry, entries) {
         roster_device device;
         if (read_device(entry, &device) && add_device(out, device))
             add_to_answer(device.online ? &online : &offline, device.mac, device.role);

@@ -111,7 +111,7 @@ household::household()
 
 household::~household()
 {
-    list_for_each_safe (node, spare, &device_apps_head) {
+    list_for_each_safe(node, spare, &device_apps_head) {
         list_del(node);
         free_device_record(device_of(node));
     }
@@ -172,7 +172,7 @@ int household::feed_router(const std::string &message)
 
 device_record *household::record(const lan_device &device)
 {
-    list_for_each (node, &device_apps_head) {
+    list_for_each(node, &device_apps_head) {
         if (std::string(device_of(node)->mac) == device.mac)
             return device_of(node);
     }

@@ -60,7 +60,7 @@ std::string history(u32 app, u32 seconds, u64 up, u64 down, const std::string &r
 #define EXPECT_SENT(...) EXPECT_EQ(sent(), (lines{__VA_ARGS__}))
 
 class household : public ::testing::Test {
-  protected:
+protected:
     household();
     ~household() override;
 
@@ -91,7 +91,7 @@ class household : public ::testing::Test {
     std::string directory;
     tick_state ticking;
 
-  private:
+private:
     std::string log_path;
     size_t log_read = 0;
     u32 since_tick = 0;

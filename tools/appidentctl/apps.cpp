@@ -14,7 +14,7 @@
 static void add_apps(text_table *table, const names &known, const std::string &device, const cJSON *apps)
 {
     const cJSON *app = nullptr;
-    cJSON_ArrayForEach (app, apps) {
+    cJSON_ArrayForEach(app, apps) {
         table->rows.push_back({device_label(known, device), app_label(known, static_cast<u32>(json_number(app, "appid", 0))),
                                time_text(static_cast<time_t>(json_number(app, "starttime", 0))),
                                std::to_string(static_cast<u32>(json_number(app, "sumtime", 0)))});
@@ -27,7 +27,7 @@ static void print_apps(const call &what, const cJSON *answer)
     text_table table = {"lllr", {{"DEVICE", "APP", "SINCE", "MINUTES"}}};
     add_apps(&table, known, what.device, cJSON_GetObjectItem(answer, "data"));
     const cJSON *result = nullptr;
-    cJSON_ArrayForEach (result, cJSON_GetObjectItem(answer, "results")) {
+    cJSON_ArrayForEach(result, cJSON_GetObjectItem(answer, "results")) {
         add_apps(&table, known, json_text(result, "device"), cJSON_GetObjectItem(result, "data"));
     }
     if (table.rows.size() > 1)

@@ -29,7 +29,7 @@ static std::string app_list(const names &known, const cJSON *limit)
 {
     std::string list;
     const cJSON *app = nullptr;
-    cJSON_ArrayForEach (app, cJSON_GetObjectItem(limit, "appid")) {
+    cJSON_ArrayForEach(app, cJSON_GetObjectItem(limit, "appid")) {
         list += (list.empty() ? "" : ", ") + app_label(known, static_cast<u32>(app->valuedouble));
     }
     return list.empty() ? "-" : list;
@@ -48,7 +48,7 @@ static void print_limits(const call &what, const json_answer &stored)
     names known = read_names(what.where);
     text_table table = {"rllrl", {{"CLASS", "MEANING", "STATE", "MINUTES", "APPS"}}};
     const cJSON *limit = nullptr;
-    cJSON_ArrayForEach (limit, limits_of(stored)) {
+    cJSON_ArrayForEach(limit, limits_of(stored)) {
         u32 class_type = static_cast<u32>(json_number(limit, "class_type", 0));
         bool meant = class_type >= 1 && class_type <= std::size(limit_classes);
         table.rows.push_back({std::to_string(class_type), meant ? limit_classes[class_type - 1].meaning : "-",

@@ -14,7 +14,7 @@ static bool whole_number(const cJSON *item, double least, double most)
 cJSON *find_limit(const cJSON *limits, u32 class_type)
 {
     cJSON *limit = nullptr;
-    cJSON_ArrayForEach (limit, limits) {
+    cJSON_ArrayForEach(limit, limits) {
         if (json_number(limit, "class_type", 0) == class_type)
             return limit;
     }
@@ -38,7 +38,7 @@ static const char *limit_fault(const cJSON *limit)
     if (cJSON_GetArraySize(apps) > static_cast<int>(most_apps_of_a_class))
         return "more than 256 apps in a class";
     const cJSON *app = nullptr;
-    cJSON_ArrayForEach (app, apps) {
+    cJSON_ArrayForEach(app, apps) {
         if (!whole_number(app, 1, 0xffff))
             return "an app id that is no number from 1 to 65535";
     }
@@ -50,7 +50,7 @@ std::string limits_fault(const cJSON *limits)
     if (!cJSON_IsArray(limits) || cJSON_GetArraySize(limits) == 0)
         return "no array of limits, neither alone nor as \"data\"";
     const cJSON *limit = nullptr;
-    cJSON_ArrayForEach (limit, limits) {
+    cJSON_ArrayForEach(limit, limits) {
         if (const char *fault = limit_fault(limit))
             return fault;
         if (find_limit(limits, static_cast<u32>(json_number(limit, "class_type", 0))) != limit)

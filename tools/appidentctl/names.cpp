@@ -64,7 +64,7 @@ static void read_catalogue(const std::string &path, names *known)
 {
     json_tree root = read_json(path);
     const cJSON *app = nullptr;
-    cJSON_ArrayForEach (app, cJSON_GetObjectItem(root.get(), "names")) {
+    cJSON_ArrayForEach(app, cJSON_GetObjectItem(root.get(), "names")) {
         if (app->string && cJSON_IsString(app))
             known->apps[static_cast<u32>(strtoul(app->string, nullptr, 10))] = app->valuestring;
     }
@@ -76,7 +76,7 @@ static void read_roster(const std::string &path, names *known)
     const cJSON *entries = cJSON_GetObjectItem(root.get(), "devices");
     known->roster_found = cJSON_IsArray(entries);
     const cJSON *entry = nullptr;
-    cJSON_ArrayForEach (entry, entries) {
+    cJSON_ArrayForEach(entry, entries) {
         std::string device = device_text(json_text(entry, "mac"));
         if (!device.empty())
             known->devices.push_back({device, json_text(entry, "name"), static_cast<int>(json_number(entry, "role", 0)),

@@ -98,7 +98,7 @@ static void print_line(const call &what, const names &known, const std::string &
         return;
     }
     const cJSON *one = nullptr;
-    cJSON_ArrayForEach (one, data) {
+    cJSON_ArrayForEach(one, data) {
         print_push(known, push.get(), one);
     }
 }

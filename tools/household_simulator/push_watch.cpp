@@ -105,7 +105,7 @@ std::vector<outcome> read_answer(const char *text, int device, moment now)
     std::vector<outcome> apps;
     json_tree root(text ? cJSON_Parse(text) : nullptr);
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach (item, cJSON_GetObjectItem(root.get(), "data"))
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(root.get(), "data"))
         apps.push_back(
             {outcome_answer, device, value_of(item, "appid"), value_of(item, "sumtime"), now, value_of(item, "starttime")});
     if (apps.empty())

@@ -79,7 +79,7 @@ std::vector<u32> numbers_of(const cJSON *object, const char *key)
 {
     std::vector<u32> numbers;
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach (item, cJSON_GetObjectItem(object, key))
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(object, key))
         numbers.push_back(static_cast<u32>(item->valuedouble));
     return numbers;
 }
@@ -126,7 +126,7 @@ std::vector<use_limit> read_limits(reader &in, const cJSON *array)
     for (u32 class_type = 1; class_type <= 5; class_type++)
         limits.push_back({class_type, 0, false, {}});
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach (item, array) {
+    cJSON_ArrayForEach(item, array) {
         u32 class_type = number_of(item, "class", 0);
         if (class_type < 1 || class_type > 5) {
             in.complain("a limit's \"class\" is none of 1 to 5");
@@ -135,7 +135,7 @@ std::vector<use_limit> read_limits(reader &in, const cJSON *array)
         use_limit &limit = limits[class_type - 1];
         limit = {class_type, number_of(item, "minutes", 0), flag_of(item, "on", true), {}};
         const cJSON *name = nullptr;
-        cJSON_ArrayForEach (name, cJSON_GetObjectItem(item, "apps"))
+        cJSON_ArrayForEach(name, cJSON_GetObjectItem(item, "apps"))
             limit.apps.push_back(app_named(in, cJSON_IsString(name) ? name->valuestring : ""));
     }
     return limits;
@@ -172,15 +172,15 @@ void read_tree(reader &in, const cJSON *root)
     out.start = timegm(&start);
     out.end = time_of(in, root, "end");
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach (item, cJSON_GetObjectItem(root, "apps"))
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(root, "apps"))
         out.apps.push_back(read_app(in, item));
-    cJSON_ArrayForEach (item, cJSON_GetObjectItem(root, "devices"))
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(root, "devices"))
         out.devices.push_back(read_device(item));
     if (out.devices.empty() || out.apps.empty())
         in.complain("it has no devices or no apps");
-    cJSON_ArrayForEach (item, cJSON_GetObjectItem(root, "usage"))
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(root, "usage"))
         out.usages.push_back(read_usage(in, item));
-    cJSON_ArrayForEach (item, cJSON_GetObjectItem(root, "events"))
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(root, "events"))
         out.events.push_back(read_event(in, item));
 }
 
