@@ -30,6 +30,7 @@ int main(void)
     for (int signum : ending_signals)
         signal(signum, sig_handler);
     igd_netlink_handler messages = {};
+    messages.sock_fd = -1; // stays so when the channel cannot be opened; the loop then waits for the others
     __nlk_msg_init(&messages, router_message_family, 0, 0);
     int traffic_fd = open_traffic_socket();
     if (traffic_fd < 0)
