@@ -57,7 +57,7 @@ TEST_F(messages, accounting_attributes)
         // The text looks at the first byte of the nest, so a first child whose length starts with 6 makes "tcp", on purpose.
         {attribute(2, attribute(1, from_six)), "> tcp 0"},
         {attribute(2, attribute(9, from_six) + number), "> tcp 0"},
-        {attribute(3, attribute(26, bytes_of(u64{7})) + attribute(25, bytes_of(u32{8}))), ">  7"},
+        {attribute(3, attribute(26, bytes_of(u32{7}) + bytes_of(u32{0})) + attribute(25, bytes_of(u32{8}))), ">  7"},
         {attribute(3, attribute(26, bytes_of(u32{7})) + attribute(26, bytes_of(u32{8}))), ">  8"},
         {attribute(3, attribute(26, short_u32)), ">  0"},
         {attribute(1, attribute(1, short_u32) + attribute(3, bytes_of(u32{1}))), ">  0"},
@@ -92,7 +92,8 @@ TEST_F(messages, traffic_datagrams)
 TEST_F(messages, router_messages)
 {
     know(tablet);
-    const std::string comes = host_message(0, tablet.mac), payment = app_message(0, app_word(300), 9, tablet.mac, 0x0B01A8C0);
+    const std::string comes = host_message(0, tablet.mac),
+                      payment = app_message(0, app_word(300), 9, tablet.mac, inet_addr(tablet.ip));
     igd_netlink_handler channel{};
     EXPECT_EQ(handle_igd_msg(&channel), -1) << "nothing to receive";
     EXPECT_EQ(feed_router(host_message(3, tablet.mac)), 0);
