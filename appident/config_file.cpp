@@ -104,20 +104,25 @@ int replace_config(const char *mac_str, const char *config)
     return 0;
 }
 
-namespace {
-
-cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
+cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted)
 {
-    u32 wanted_class = 0;
-    if (!number_member(wanted, "class_type", UINT32_MAX, &wanted_class))
-        return nullptr;
     cJSON *limit = nullptr;
     cJSON_ArrayForEach(limit, limits) {
         u32 class_type = 0;
-        if (number_member(limit, "class_type", UINT32_MAX, &class_type) && class_type == wanted_class)
+        if (number_member(limit, "class_type", UINT32_MAX, &class_type) && class_type == wanted)
             return limit;
     }
     return nullptr;
+}
+
+namespace {
+
+// A limit without a class replaces nothing.
+cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
+{
+    u32 wanted_class = 0;
+    return number_member(wanted, "class_type", UINT32_MAX, &wanted_class) ? stored_limit_of_class(limits, wanted_class)
+                                                                          : nullptr;
 }
 
 // The stored tree only refers to the new limit, which must outlive it. False when there is no memory.

@@ -7,6 +7,7 @@
 #define APPIDENT_CONFIG_FILE_H
 
 #include "common/guards.h"
+#include "igd/igd_types.h"
 
 struct config_path {
     char text[256];
@@ -22,6 +23,8 @@ int write_config_file(const char *path, const char *text);
 int load_config(const char *mac_str, cJSON **config_root);
 // Merges the limits of a text that holds "device" and "data" into the existing file, one class after the other.
 int update_config(const char *mac_str, const char *config, const char *path);
+// The first limit object of that class in a "data" list, null for none.
+cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted);
 // Stores the text as the whole file and has the platform commit its parameters.
 int replace_config(const char *mac_str, const char *config);
 

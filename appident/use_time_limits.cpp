@@ -238,17 +238,6 @@ cJSON *group_of_small_class(const cJSON *groups, long wanted)
     return nullptr;
 }
 
-cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted)
-{
-    cJSON *stored = nullptr;
-    cJSON_ArrayForEach(stored, limits) {
-        u32 class_type = 0;
-        if (number_member(stored, "class_type", UINT32_MAX, &class_type) && class_type == wanted)
-            return stored;
-    }
-    return nullptr;
-}
-
 bool holds_app(const cJSON *app_ids, u32 wanted)
 {
     const cJSON *item = nullptr;
