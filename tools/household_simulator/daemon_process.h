@@ -15,6 +15,7 @@ pid_t start_daemon(const std::string &path);
 bool daemon_runs(pid_t daemon);
 // Ends it the way the router does and returns its exit status, or 128 + n for an end by signal n.
 int stop_daemon(pid_t daemon);
+constexpr int status_after_sigterm = 1;
 
 // A counter of the daemon by name, 0 while there is none.
 u32 daemon_counter(const std::string &name);

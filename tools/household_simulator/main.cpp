@@ -59,14 +59,6 @@ int read_options(int argc, char **argv, options *out)
     return 0;
 }
 
-// Every process below one wrapper shares one clock: it starts at the scenario's start and runs fast from there on.
-std::vector<std::string> fast_clock_words(const scenario &household, int speed)
-{
-    char pace[64];
-    snprintf(pace, sizeof pace, "%+lldx%d", static_cast<long long>(household.start - now_by_the_clock()), speed);
-    return {"faketime", "-m", "-f", pace};
-}
-
 int play_inside(const scenario &household, const std::vector<step> &plan, const std::vector<outcome> &predicted,
                 const options &chosen)
 {
@@ -80,13 +72,15 @@ int play_inside(const scenario &household, const std::vector<step> &plan, const 
     if (daemon < 0)
         return exit_impossible;
     played result = play(household, plan, daemon);
-    stop_daemon(daemon);
+    int status = stop_daemon(daemon);
     bool equal = compare(household, predicted, result.seen);
     if (!result.complete)
         printf("The daemon did not serve all the time.\n");
     if (result.unreadable > 0)
         printf("%u pushes made no sense.\n", result.unreadable);
-    bool good = equal && result.complete && result.unreadable == 0;
+    if (status != status_after_sigterm)
+        printf("The daemon ended with status %d.\n", status);
+    bool good = equal && result.complete && result.unreadable == 0 && status == status_after_sigterm;
     printf("%s\n", good ? "All as the rules say." : "NOT as the rules say.");
     return good ? exit_equal : exit_different;
 }
@@ -117,7 +111,7 @@ int main(int argc, char **argv)
     if (inside_private_network())
         return play_inside(household, plan, predicted, chosen);
     setenv("TZ", "UTC", 1);
-    std::string trouble = enter_private_network(argv, fast_clock_words(household, chosen.speed));
+    std::string trouble = enter_private_network(argv, fast_clock_words(household.start, chosen.speed));
     fprintf(stderr, "%s\n", trouble.c_str());
     return exit_impossible;
 }
