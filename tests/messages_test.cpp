@@ -44,7 +44,6 @@ TEST_F(messages, accounting_attributes)
         {ids + attribute(1 | NLA_F_NESTED, there.substr(4)) + attribute(2 | NLA_F_NESTED, back.substr(4)), full},
         {"", "-1 0 0 0 >  0 >  0"},
         {attribute(27, short_u32) + rule_id + limit + there + back, "-1 0 0 0 >  0 >  0"},
-        {app_id + limit + there + back, "-1 11 0 0 >  0 >  0"},
         {app_id + rule_id + there + back, "-1 11 12 0 >  0 >  0"},
         {ids + back, "-1 11 12 13 >  0 >  0"},
         {ids + there, "-1 11 12 13 192.168.0.23>1.2.3.4 udp 14 >  0"},
@@ -143,44 +142,36 @@ TEST_F(messages, the_log_file)
     ASSERT_EQ(fstat(log_fd, &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0u) << "a new log has no permission bits, on purpose";
     const std::string path = directory + "/readable", missing = directory + "/none/log", stamp = "[2026-03-10 20:00:00]";
-    auto open_log = [&](size_t size) {
+    auto text_from = [&](size_t offset) {
+        std::ifstream file(path);
+        file.seekg(static_cast<std::streamoff>(offset));
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    // The end of the log after a line more in a file of that size.
+    auto log_into = [&](size_t size, const std::string &line) {
         url_check_cleanup();
         std::ofstream(path).close();
         std::filesystem::resize_file(path, size);
         log_file = path.c_str();
         url_check_init();
-    };
-    auto written_from = [&](size_t offset) {
-        std::ifstream file(path);
-        file.seekg(static_cast<std::streamoff>(offset));
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    };
-    // It stays below two mebibytes: sizes before and after one more line of 25 bytes.
-    constexpr size_t most = 2097152, line = 25;
-    for (auto [before, after] : {std::pair{size_t{0}, line}, {most - line, most}, {most - line + 1, line}, {most, line}}) {
-        open_log(before);
-        EXPECT_EQ(log_file_size, before);
-        url_check_log(0, "[%s", "x]");
-        EXPECT_EQ(log_file_size, after);
-        EXPECT_EQ(written_from(after - line), stamp + "[x]\n");
-    }
-    open_log(most + 1);
-    EXPECT_EQ(std::filesystem::file_size(path), 0u);
-    // Long lines are cut; level 2 is off.
-    open_log(0);
-    for (size_t length : {4074u, 4075u, 4076u, 5000u}) {
-        size_t before = log_file_size;
-        url_check_log(1, "%s", std::string(length, 'y').c_str());
+        EXPECT_EQ(log_file_size, size > 2097152 ? 0 : size);
+        url_check_log(1, "[%s", line.c_str());
         url_check_log(2, "never");
-        EXPECT_EQ(written_from(before), stamp + std::string(std::min<size_t>(length, 4075), 'y') + "\n");
+        return text_from(log_file_size - std::min<size_t>(line.size() + 23, 4097));
+    };
+    // It stays below two mebibytes: sizes before and after a line of 25 bytes. Long lines are cut.
+    for (auto [before, after] : {std::pair{0u, 25u}, {2097127, 2097152}, {2097128, 25}, {2097152, 25}, {2097153, 25}}) {
+        EXPECT_EQ(log_into(before, "x]"), stamp + "[x]\n");
+        EXPECT_EQ(log_file_size, after);
     }
+    for (size_t length : {4074u, 4075u, 5000u})
+        EXPECT_EQ(log_into(0, std::string(length, 'y')), stamp + "[" + std::string(std::min<size_t>(length, 4074), 'y') + "\n");
     // A line that cannot be written counts, and the log is opened again; without any log lines go to the screen.
-    open_log(0);
     close(log_fd);
     url_check_log(0, "lost");
-    EXPECT_EQ(log_file_size, 26u);
+    EXPECT_EQ(log_file_size, 4097u + 26u);
     url_check_log(0, "two\n");
-    EXPECT_EQ(written_from(0), stamp + "two\n\n");
+    EXPECT_EQ(text_from(4097), stamp + "two\n\n");
     url_check_cleanup();
     EXPECT_EQ(log_fd, -1);
     log_file = missing.c_str();

@@ -51,13 +51,11 @@ TEST_F(payment_test, which_rules_make_a_payment)
         {{major(1, 5)}, true},
         {{major(1, 5), 17}, true},
         {{17, major(1, 5)}, true}, // oldest first in the alert
-        {{17, 18, 19}, false},
         {{major(0, 5), 17}, false},
         {{major(0, 5), major(1, 5)}, true}, // the first number that is named counts
         {{major(2, 5)}, false},
         {{major(2, 5), major(2, 6)}, false},
         {{major(2, 5), 17}, true},
-        {{major(3, 5), 17, 17, major(3, 5)}, false},
         {{major(3, 5), 17, 18}, true},
         {{major(2, 5), major(255, 6), 17}, true},
         {{major(255, 6), major(2, 5), 17}, false},
@@ -199,7 +197,6 @@ TEST_F(payment_test, switches_are_read_and_stored)
     } loads[] = {
         {"", -1, on, "{'device':'@'," + all},
         {"no json", -1, on, ""},
-        {"{'device':'@','x':1}", 0, on, "{'device':'@','x':1," + all},
         {"{'device':'@','payment':7,'x':1}", 0, on, "{'device':'@','x':1," + all},
         {"{'device':'x','payment':{'enable':1}}", -1, "0 0 0 0 0", ""},
         {"{'device':'@','payment':{'enable':1,'weixin':0,'alipay':1,'qqpay':0,'applepay':0}}", 0, "1 0 1 0 1", ""},
@@ -216,19 +213,11 @@ TEST_F(payment_test, switches_are_read_and_stored)
         EXPECT_EQ(switches_of(*dev), load.switches) << load.file;
         EXPECT_EQ(stored(), json(load.after.empty() ? load.file : load.after));
     }
-    const std::pair<const char *, const char *> saves[] = {
-        {"{'device':'@','payment':{'enable':0,'weixin':0,'alipay':9,'qqpay':0},'data':[]}",
-         "{'device':'@','payment':{'enable':1,'weixin':0,'alipay':1,'qqpay':0,'applepay':1},'data':[]}"},
-        {"{'device':'@','payment':{'qqpay':'1','weixin':1}}",
-         "{'device':'@','payment':{'weixin':0,'enable':1,'alipay':1,'qqpay':0,'applepay':1}}"},
-    };
-    for (auto [before, after] : saves) {
-        store(json(before));
-        dev->device_state = device_active;
-        EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 0, 1, 0, 1), 0);
-        EXPECT_EQ(stored(), json(after));
-        EXPECT_EQ(switches_of(*dev), "1 0 1 0 1");
-    }
+    store(json("{'device':'@','payment':{'qqpay':'1','weixin':1,'alipay':9},'data':[]}"));
+    dev->device_state = device_active;
+    EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 0, 1, 0, 1), 0);
+    EXPECT_EQ(stored(), json("{'device':'@','payment':{'weixin':0,'alipay':1,'enable':1,'qqpay':0,'applepay':1},'data':[]}"));
+    EXPECT_EQ(switches_of(*dev), "1 0 1 0 1");
     // A device that is only listed keeps its record; one of role 0 gets no file.
     dev->device_state = device_listed;
     EXPECT_EQ(save_device_pay_config(tablet.mac, 0, 0, 0, 0, 0), 0);

@@ -64,21 +64,16 @@ TEST_F(registry, devices_come_and_go)
 TEST_F(registry, roles)
 {
     platform.devices = {{"A", "5"}, {"B", "0"}, {"C", "-4"}, {"D", "0", false}, {"E", "7x", false}};
-    const std::tuple<const char *, int, lines, lines> table[] = {
-        {nullptr, -1, {}, {"[appident]  get_device_role -1 mac_str == NULL or strlen(mac_str)=0"}},
-        {"", -1, {}, {"[appident]  get_device_role -1 mac_str == NULL or strlen(mac_str)=0"}},
-        {"A", 5, {online + "?mac=A"}, {}},
-        {"B", 0, {online + "?mac=B"}, {"[appident] get_device_role  -> B: role [0]"}},
-        {"C", -4, {online + "?mac=C"}, {}},
-        {"E", 7, {online + "?mac=E", offline + "?"}, {"[appident] get_offline_device_role -> E: role [7]"}},
-        {"F", -3, {online + "?mac=F", offline + "?"}, {}},
-    };
-    logged();
-    for (const auto &[mac, role, asks, logs] : table) {
+    const std::tuple<const char *, int, size_t> table[] = {{nullptr, -1, 0}, {"", -1, 0}, {"A", 5, 1}, {"B", 0, 1},
+                                                           {"C", -4, 1},     {"E", 7, 2}, {"F", -3, 2}};
+    for (const auto &[mac, role, questions] : table) {
         EXPECT_EQ(get_device_role(mac), role);
-        EXPECT_EQ(asked(), asks);
-        EXPECT_EQ(logged(), logs);
+        EXPECT_EQ(asked().size(), questions) << "on line, then off line";
     }
+    EXPECT_EQ(logged(),
+              (lines{"[appident]  get_device_role -1 mac_str == NULL or strlen(mac_str)=0",
+                     "[appident]  get_device_role -1 mac_str == NULL or strlen(mac_str)=0",
+                     "[appident] get_device_role  -> B: role [0]", "[appident] get_offline_device_role -> E: role [7]"}));
     platform.failing = {online};
     EXPECT_EQ(get_device_role("D"), 0);
     platform.failing = {"call_cgi"};
@@ -86,11 +81,10 @@ TEST_F(registry, roles)
     // Answers that count as none.
     platform.failing = {};
     know(tablet);
-    for (const char *answer :
-         {"", "no json", "[]", "{}", "{'data':[{'mac':'@','role':'1'}]}", "{'err_no':'1','data':[{'mac':'@','role':'1'}]}",
-          "{'err_no':0,'data':[{'mac':'@','role':'1'}]}", "{'err_no':'0'}", "{'err_no':'0','data':null}",
-          "{'err_no':'0','data':{'mac':'@','role':'1'}}", "{'err_no':'0','data':[]}", "{'err_no':'0','data':[null]}",
-          "{'err_no':'0','data':[{'mac':'@'}]}", "{'err_no':'0','data':[{'mac':'@','role':1}]}"}) {
+    for (const char *answer : {"", "[]", "{'data':[{'mac':'@','role':'1'}]}", "{'err_no':'1','data':[{'mac':'@','role':'1'}]}",
+                               "{'err_no':0,'data':[{'mac':'@','role':'1'}]}", "{'err_no':'0','data':{'mac':'@','role':'1'}}",
+                               "{'err_no':'0','data':[null]}", "{'err_no':'0','data':[{'mac':'@'}]}",
+                               "{'err_no':'0','data':[{'mac':'@','role':1}]}"}) {
         platform.answers = {{online, json(answer)}, {offline, json(answer)}};
         init_device_app_list();
         feed_router(host_message(0, tablet.mac));

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <malloc.h>
+#include <string.h>
 
 namespace {
 
@@ -72,11 +73,11 @@ protected:
     static std::map<u32, u32> told()
     {
         std::map<u32, u32> seconds;
-        for (const std::string &line : platform.outgoing) {
-            size_t app = line.find("\"appid\":\""), sum = line.find("\"sumtime\":\"");
-            if (line.rfind("push 1008 ", 0) == 0)
-                seconds[static_cast<u32>(std::stoul(line.substr(app + 9)))] +=
-                    static_cast<u32>(std::stoul(line.substr(sum + 11)));
+        for (const std::string &line : sent()) {
+            u32 app, sum;
+            const char *fields = strstr(line.c_str(), "\"appid\"");
+            if (line.rfind("push 1008 ", 0) == 0 && sscanf(fields, R"("appid":"%u","sumtime":"%u")", &app, &sum) == 2)
+                seconds[app] += sum;
         }
         return seconds;
     }
@@ -121,8 +122,7 @@ TEST_F(soak, thirty_days_leave_no_trace_but_the_days_sums)
         doze_until(began + day);
 
         ASSERT_EQ(told(), expected) << "day " << today;
-        platform.outgoing = {};
-        platform.calls = {};
+        asked();
         ASSERT_LE(std::filesystem::file_size(log_file), log_limit);
         if (today == 2)
             heap = heap_in_use();

@@ -303,6 +303,29 @@ TEST_F(stories, the_clock_steps)
     EXPECT_EQ(app(5)->app_state, APP_DISUSE);
 }
 
+// Set by a time server, and by somebody who sets it right: years away from where it was, between two passes.
+TEST_F(stories, the_clock_jumps_by_years)
+{
+    constexpr u32 years = 5 * 365 * 86400;
+    arrive(tablet);
+    hit(5, start);
+    wait(90);
+    hit(5, more);
+    set_clock(evening + years);
+    hit(5, more);
+    wait(240);
+    lines told = sent();
+    const std::string jump = history(5, years - 60, 200, 2000, "16777223,7");
+    EXPECT_EQ(std::count(told.begin(), told.end(), jump), 1) << "a hit before the next pass makes the jump a use";
+    hit(5, start);
+    set_clock(evening);
+    tick();
+    EXPECT_EQ(app(5)->app_state, APP_DISUSE);
+    platform.device(tablet.mac).role = "0";
+    wait(1300);
+    EXPECT_NE(record(tablet), nullptr) << "roles are looked at again when the clock has passed its old time";
+}
+
 TEST_F(stories, a_device_leaves_in_each_state)
 {
     const u32 t = evening;
