@@ -156,9 +156,16 @@ TEST_F(payment_test, who_is_watched)
     EXPECT_EQ(dev->device_state, device_active);
     EXPECT_STREQ(dev->ip, tablet.ip);
     EXPECT_EQ(kept(), std::vector<u32>{17});
-    dev->device_state = device_offline; // loads the settings again, which drops what was pending
+    // Back on line the settings are loaded again, which drops what was pending and forgets the last alert.
+    dev->device_state = device_offline;
     rule(18);
     EXPECT_EQ(kept(), std::vector<u32>{18});
+    rule(major(1, 5));
+    EXPECT_EQ(alerts().size(), 1u);
+    dev->device_state = device_offline;
+    rule(major(1, 5));
+    EXPECT_EQ(alerts().size(), 1u);
+    rule(18);
     EXPECT_FALSE(lock_is_held());
 
     dev->payment_onoff = 0;

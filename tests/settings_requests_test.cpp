@@ -111,7 +111,7 @@ TEST_F(settings_requests, payment_switches)
     EXPECT_EQ(some.enable, 1u);
 
     const std::pair<std::string, const char *> files[] = {
-        {file("'enable':1,'weixin':0,'alipay':0,'qqpay':1"), "10011"}, // Apple Pay as QQ Pay
+        {file("'enable':1,'weixin':1,'alipay':1,'qqpay':0"), "11100"}, // Apple Pay as QQ Pay
         {file("'enable':1,'weixin':0,'alipay':0,'applepay':1"), "-1"},
         {file("'enable':1,'weixin':'0','alipay':0,'qqpay':1"), "-1"},
         {json("{'device':'x','payment':{}}"), "-1"},
