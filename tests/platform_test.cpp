@@ -26,6 +26,7 @@
 #include <poll.h>
 #include <random>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -223,6 +224,21 @@ TEST(Requests, NonsenseAndSilenceCostNobodyElseAnything)
     }));
     for (const auto &client : silent)
         EXPECT_EQ(recv(client->get(), &answer, 1, MSG_DONTWAIT), 0);
+
+    // No descriptor is left for the next one: turned away, and the loop is not woken again for it.
+    fd_guard last(connect_to(socket_path, SOCK_SEQPACKET));
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    fd_guard lowest(dup(last.get()));
+    rlimit used_up = {static_cast<rlim_t>(lowest.get()), before.rlim_max};
+    close(lowest.release());
+    setrlimit(RLIMIT_NOFILE, &used_up);
+    EXPECT_EQ(ipc_server_accept2(), -1);
+    setrlimit(RLIMIT_NOFILE, &before);
+    pollfd ready = {server, POLLIN, 0};
+    EXPECT_EQ(poll(&ready, 1, 0), 0);
+    EXPECT_EQ(recv(last.get(), &answer, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(counter_of("no_descriptor"), 1u);
 }
 
 TEST(Requests, OnlyRootOurselvesAndTheGroupMayAsk)

@@ -1,8 +1,11 @@
 #include "platform/linux/local_socket.h"
 
 #include "common/guards.h"
+#include "platform/linux/platform_counters.h"
 #include "platform/linux/settings.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -37,38 +40,52 @@ bool peer_allowed(int fd, gid_t group)
     return peer.uid == 0 || peer.uid == geteuid() || peer_in_group(fd, peer.gid, group);
 }
 
+int open_spare()
+{
+    return open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+void turn_away(local_server *server)
+{
+    count_platform(platform_no_descriptor);
+    close(server->spare);
+    close(accept4(server->fd, nullptr, nullptr, SOCK_CLOEXEC));
+    server->spare = open_spare();
+}
+
 } // namespace
 
 local_server open_local_server(const char *path, int type)
 {
-    local_server none = {-1, 0};
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (!path || strlen(path) >= sizeof(address.sun_path))
-        return none;
+        return no_local_server;
     memcpy(address.sun_path, path, strlen(path) + 1);
     fd_guard fd(socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (fd.get() < 0)
-        return none;
+        return no_local_server;
     unlink(path);
     // The socket appears with the descriptor's mode, and nobody can connect before it listens.
     fchmod(fd.get(), S_IRUSR | S_IWUSR);
     if (bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0)
-        return none;
+        return no_local_server;
     // A group that cannot be given leaves the socket to our own, which the look at it afterwards finds.
     int given = settings().has_socket_group ? lchown(path, static_cast<uid_t>(-1), settings().socket_group) : 0;
     static_cast<void>(given);
     struct stat about;
     if (lstat(path, &about) != 0 || chmod(path, owner_and_group) != 0 || listen(fd.get(), waiting_clients) != 0)
-        return none;
-    return {fd.release(), about.st_gid};
+        return no_local_server;
+    return {fd.release(), about.st_gid, open_spare()};
 }
 
-int accept_local_peer(const local_server &server, bool *refused)
+int accept_local_peer(local_server *server, bool *refused)
 {
     *refused = false;
-    fd_guard peer(accept4(server.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (peer.get() >= 0 && !peer_allowed(peer.get(), server.group)) {
+    fd_guard peer(accept4(server->fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (peer.get() < 0 && (errno == EMFILE || errno == ENFILE))
+        turn_away(server);
+    if (peer.get() >= 0 && !peer_allowed(peer.get(), server->group)) {
         *refused = true;
         return -1;
     }

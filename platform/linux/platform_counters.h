@@ -9,6 +9,7 @@
 enum platform_counter : u32 {
     platform_settings_unreadable,
     platform_no_memory,
+    platform_no_descriptor, // clients turned away for want of a descriptor
     platform_requests_served,
     platform_peers_refused,          // request clients without the right to ask
     platform_requests_malformed,     // lengths that make no sense, too large, another protocol

@@ -15,7 +15,7 @@ constexpr int subscribers_most = 16;
 // How far behind a subscriber may fall.
 constexpr int send_buffer = 256 * 1024;
 
-local_server server = {-1, 0};
+local_server server = no_local_server;
 int subscribers[subscribers_most];
 int subscriber_count = 0;
 
@@ -30,7 +30,7 @@ void take_in()
 {
     for (int taken = 0; taken < subscribers_most; ++taken) {
         bool refused = false;
-        fd_guard peer(accept_local_peer(server, &refused));
+        fd_guard peer(accept_local_peer(&server, &refused));
         if (peer.get() < 0 && !refused)
             return;
         if (refused || subscriber_count == subscribers_most) {

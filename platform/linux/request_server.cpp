@@ -32,7 +32,7 @@ struct waiting_client {
     u32 since; // kernel_milliseconds
 };
 
-local_server listener = {-1, 0};
+local_server listener = no_local_server;
 int events = -1;
 int timer = -1;
 ipc_handler handler = nullptr;
@@ -215,7 +215,7 @@ turn serve_client(int fd)
 int serve_new_client()
 {
     bool refused = false;
-    fd_guard peer(accept_local_peer(listener, &refused));
+    fd_guard peer(accept_local_peer(&listener, &refused));
     if (refused)
         count_platform(platform_peers_refused);
     if (peer.get() < 0)

@@ -46,6 +46,7 @@ static constexpr counter_meaning daemon_meanings[] = {
 static constexpr counter_meaning platform_meanings[] = {
     {"settings_unreadable", kind_count, "settings file unreadable, defaults in force"},
     {"no_memory", kind_count, "allocations refused"},
+    {"no_descriptor", kind_count, "clients turned away: no descriptor left"},
     {"requests_served", kind_count, "requests taken in"},
     {"peers_refused", kind_count, "  turned away: no right to ask"},
     {"requests_malformed", kind_count, "  dropped: made no sense"},

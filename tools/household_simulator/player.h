@@ -20,7 +20,7 @@ played play(const scenario &household, const std::vector<step> &plan, pid_t daem
 moment now_by_the_clock();
 
 // The words in front of a command that give it and everything below it one clock: it begins at `start` and runs `speed` times
-// as fast as life. Sleeps are as much shorter; the patience of sockets stays as it is, for the machine is no faster.
+// as fast as life. Sleeping and waiting are as much shorter.
 std::vector<std::string> fast_clock_words(moment start, int speed);
 
 #endif
