@@ -28,8 +28,7 @@ void set_slot(device_record *dev, int slot, uint8_t onoff)
 void drop_pending_rules(device_record *dev)
 {
     for (payment_set &set : dev->pay_sets) {
-        if (set.pay_rule_list_head.next) // a record that was only zeroed has no list yet
-            clear_payment_rule_list(&set.pay_rule_list_head);
+        clear_payment_rule_list(&set.pay_rule_list_head);
         INIT_LIST_HEAD(&set.pay_rule_list_head);
     }
 }

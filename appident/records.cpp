@@ -17,7 +17,7 @@ namespace {
 
 template <typename record> void free_list(list_head *head)
 {
-    if (!head)
+    if (!head || !head->next) // a record that was only zeroed has no list yet
         return;
     list_for_each_safe(node, next, head) {
         list_del(node);

@@ -60,7 +60,10 @@ void reopen_log(int fd)
     }
     if (fresh == fd) // somebody had closed it
         return;
-    dup2(fresh, fd);
+    if (dup2(fresh, fd) == -1) { // never was a number of ours
+        __atomic_store_n(&log_fd, fresh, __ATOMIC_RELEASE);
+        return;
+    }
     close(fresh);
 }
 
@@ -93,9 +96,7 @@ void write_line(int fd, const char *line, size_t length)
 
 void url_check_init(void)
 {
-    int fd = open_log();
-    if (fd != -1)
-        __atomic_store_n(&log_fd, fd, __ATOMIC_RELEASE);
+    __atomic_store_n(&log_fd, open_log(), __ATOMIC_RELEASE);
 }
 
 void url_check_log(int level, const char *format, ...)

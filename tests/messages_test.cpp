@@ -166,16 +166,22 @@ TEST_F(messages, the_log_file)
     }
     for (size_t length : {4074u, 4075u, 5000u})
         EXPECT_EQ(log_into(0, std::string(length, 'y')), stamp + "[" + std::string(std::min<size_t>(length, 4074), 'y') + "\n");
-    // A line that cannot be written counts, and the log is opened again; without any log lines go to the screen.
+    // A line that cannot be written counts, and the log is opened again, whatever the number was.
     close(log_fd);
-    url_check_log(0, "lost");
-    EXPECT_EQ(log_file_size, 4097u + 26u);
-    url_check_log(0, "two\n");
-    EXPECT_EQ(text_from(4097), stamp + "two\n\n");
-    url_check_cleanup();
-    EXPECT_EQ(log_fd, -1);
+    for (const char *line : {"two\n", "three"}) {
+        size_t before = std::filesystem::file_size(path);
+        url_check_log(0, "lost");
+        EXPECT_EQ(log_file_size, before + 26u);
+        url_check_log(0, "%s", line);
+        EXPECT_EQ(text_from(before), stamp + line + "\n");
+        url_check_cleanup();
+        EXPECT_EQ(log_fd, -1);
+        log_fd = 1 << 24; // nobody's
+    }
+    // Without any log lines go to the screen.
     log_file = missing.c_str();
     url_check_init();
+    EXPECT_EQ(log_fd, -1);
     testing::internal::CaptureStdout();
     url_check_log(0, "%s %d", "to the screen", 1);
     fflush(stdout);

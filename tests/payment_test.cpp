@@ -165,6 +165,7 @@ TEST_F(payment_test, who_is_watched)
     dev->device_state = device_offline;
     rule(major(1, 5));
     EXPECT_EQ(alerts().size(), 1u);
+    set_clock(clock_now() + 21);
     rule(18);
     EXPECT_FALSE(lock_is_held());
 

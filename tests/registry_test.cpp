@@ -152,6 +152,17 @@ TEST_F(registry, records_that_others_link_and_remove)
     }
 }
 
+TEST_F(registry, a_record_that_was_only_zeroed)
+{
+    know(tablet);
+    auto *dev = static_cast<device_record *>(calloc(1, sizeof(device_record)));
+    init_device_app(dev);
+    strcpy(dev->mac, tablet.mac);
+    list_add_tail(&dev->node, &device_apps_head);
+    leave(tablet);
+    EXPECT_TRUE(list_empty(&device_apps_head));
+}
+
 TEST_F(registry, the_dump)
 {
     device_record *dev = arrive(tablet);
