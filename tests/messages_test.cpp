@@ -10,7 +10,9 @@
 #include <linux/netlink.h>
 #include <memory>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 class messages : public household {
@@ -119,6 +121,35 @@ TEST_F(messages, router_messages)
     EXPECT_STREQ(dev->ip, tablet.ip);
     leave(tablet);
     EXPECT_EQ(record(tablet), nullptr);
+}
+
+// All three wait at once. The loop never ends, so it runs in a child, which ends with its first request.
+TEST_F(messages, traffic_goes_before_events_and_these_before_requests)
+{
+    arrive(tablet);
+    sent();
+    int ends[3][2];
+    for (auto &pair : ends) {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, pair), 0);
+        ASSERT_EQ(send(pair[0], "", 1, 0), 1);
+    }
+    const std::string flow = accounting_message(app_word(5), start, tablet.ip, 1, 1);
+    ASSERT_GT(send(ends[0][0], flow.data(), flow.size(), 0), 0);
+    platform.router_messages = {host_message(2, tablet.mac)};
+    platform.serve_request = [] {
+        const lines told = sent();
+        _exit(told.size() == 4 && told[3] == presence("offline", 5, evening, 0, 0) && record(tablet) == nullptr ? 0 : 1);
+        return 0;
+    };
+    pid_t child = fork();
+    if (child == 0) {
+        igd_netlink_handler channel = {};
+        channel.sock_fd = ends[1][1];
+        serve_events(ends[0][1], &channel, ends[2][1]);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(messages, mac_texts_and_lan_settings)

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
 
 scripted_platform platform;
 
@@ -79,11 +80,13 @@ extern "C" {
 
 int ipc_server_accept2(void)
 {
-    return -1;
+    return platform.serve_request ? platform.serve_request() : -1;
 }
 
-int nlk_msg_recv(struct igd_netlink_handler *, void *buf, int len)
+int nlk_msg_recv(struct igd_netlink_handler *h, void *buf, int len)
 {
+    if (h->sock_fd > 0)
+        recv(h->sock_fd, buf, 1, MSG_DONTWAIT);
     if (platform.router_messages.empty())
         return -1;
     std::string message = platform.router_messages.front();

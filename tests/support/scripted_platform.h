@@ -12,6 +12,7 @@
 #include "igd/igd_lib.h"
 
 #include <array>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -31,7 +32,8 @@ struct scripted_platform {
     std::map<std::string, std::string> answers;    // raw answers that go before the computed ones, by PATH or PATH?QUERY
     std::set<std::string> failing;                 // operations that fail, by name; services by PATH
     std::map<std::string, std::string> neighbours; // dotted address to MAC text
-    std::vector<std::string> router_messages;      // received one by one, then failures
+    std::vector<std::string> router_messages;      // received one by one, then failures; a byte of the channel for each
+    std::function<int()> serve_request;            // what the request server does when it is its turn
     std::string config_dir;                        // prefix of configuration paths
     u32 uptime = 5000;
 
