@@ -272,8 +272,12 @@ bool add_new_app(const small_class_update &update, u32 app_id)
     if (!update.limit || !update.stored_limit)
         return false;
     url_check_log(0, "\t\t======class_type: %d", static_cast<int>(update.small_class));
+    // Beyond a free entry, too.
+    for (const app_id_st &entry : update.limit->app_ids)
+        if (entry.app_id == app_id)
+            return false;
     app_id_st *entry = find_entry(*update.limit, app_id);
-    if (!entry || entry->app_id == app_id)
+    if (!entry)
         return false;
     url_check_log(0, "\t\t\tnew appid: %d", static_cast<int>(app_id));
     *entry = {app_id, 1};

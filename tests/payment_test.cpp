@@ -172,13 +172,24 @@ TEST_F(payment_test, who_is_watched)
     dev->payment_onoff = 0;
     rule(19);
     EXPECT_EQ(kept().size(), 1u);
-    rule(major(1, 5));
-    EXPECT_EQ(alerts(), lines{});
     dev->payment_onoff = 1;
-    dev->pay_sets[1].onoff = 0;
-    rule(major(1, 5));
-    EXPECT_EQ(alerts(), lines{});
+    for (uint8_t off : {uint8_t{0}, uint8_t{2}}) { // only 1 is on
+        dev->pay_sets[1].onoff = off;
+        rule(major(1, 5));
+        EXPECT_EQ(alerts(31), lines{});
+        EXPECT_EQ(kept().size(), 1u) << "not even aged";
+    }
     dev->pay_sets[1].onoff = 1;
+    dev->utl_num = 0;
+    rule(major(1, 5));
+    EXPECT_EQ(alerts(), lines{}) << "without limits nothing is looked at";
+    dev->device_state = device_offline;
+    rule(18); // and now the limits are loaded again
+    EXPECT_EQ(dev->utl_num, 1u);
+    dev->utl_num = 2;
+    dev->device_state = device_offline;
+    rule(18);
+    EXPECT_EQ(dev->utl_num, 2u) << "loaded only when there are none";
     for (auto [role, told] : {std::pair{"0", 0u}, {"-1", 0u}, {"2", 1u}}) {
         platform.device(tablet.mac).role = role;
         rule(major(1, 5));
@@ -230,9 +241,14 @@ TEST_F(payment_test, switches_are_read_and_stored)
     dev->device_state = device_listed;
     EXPECT_EQ(save_device_pay_config(tablet.mac, 0, 0, 0, 0, 0), 0);
     EXPECT_EQ(dev->payment_onoff, 1);
-    platform.device(tablet.mac).role = "0";
     std::filesystem::remove(config_file());
+    for (const char *role : {"0", "-1"}) {
+        platform.device(tablet.mac).role = role;
+        EXPECT_EQ(load_device_pay_config(dev), -1);
+        EXPECT_EQ(dev->payment_onoff + dev->pay_sets[1].onoff, 2) << "as it was";
+        EXPECT_EQ(stored(), "");
+    }
+    platform.device(tablet.mac).role = "0";
     EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 1, 1, 1, 1), 0);
-    EXPECT_EQ(load_device_pay_config(dev), -1);
     EXPECT_EQ(stored(), "");
 }

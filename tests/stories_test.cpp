@@ -470,14 +470,13 @@ TEST_F(stories, minute_reports)
     EXPECT_SENT("push 1023 0 [" + presence_object("using", 6, t + 60, 0, 10) + "," +
                 presence_object("using", 7, t + 60, 0, 10) + "," + presence_object("using", 5, t + 60, 0, 1, phone) + "]");
     // More than the text holds: as many whole entries as fit, whatever their lengths leave at the end.
-    dev->apps[0].app_state = APP_UNUSED;
-    for (u32 i = 1; i < 110; ++i) {
-        dev->apps[i].app_id = 10000 + i;
-        dev->apps[i].time_axis_app_state = APP_USING;
-        dev->apps[i].time_axis_period_time = 2;
+    for (app_ident_record &slot : dev->apps) {
+        slot.app_id = 10000;
+        slot.time_axis_app_state = APP_USING;
+        slot.time_axis_period_time = 2;
     }
     for (u32 digits = 0; digits < 160; ++digits) {
-        dev->apps[1 + digits / 5].app_id *= 10; // one character more
+        dev->apps[digits / 5].app_id *= 10; // one character more
         lock_guard held(device_apps_mtx);
         push_using_app();
         const std::string text = sent().at(0);
