@@ -1,4 +1,4 @@
-// Who is tracked: the start-up list, devices that come and go, lost roles, and the dump that the technician reads.
+// Who is tracked: the start-up list, devices that come and go and lost roles.
 #include "tests/support/config_files.h"
 
 #include "common/guards.h"
@@ -161,34 +161,4 @@ TEST_F(registry, a_record_that_was_only_zeroed)
     list_add_tail(&dev->node, &device_apps_head);
     leave(tablet);
     EXPECT_TRUE(list_empty(&device_apps_head));
-}
-
-TEST_F(registry, the_dump)
-{
-    device_record *dev = arrive(tablet);
-    arrive(phone);
-    hit(5, start, {1, 2});
-    wait(30);
-    hit(5, more, {3, 4, 8});
-    dev->apps[3].app_id = 6;
-    dev->apps[3].time_axis_sum_time = 9;
-    dev->apps[4].app_id = 7;
-    logged();
-    lock_guard held(device_apps_mtx);
-    list_device_time_axis_apps();
-    // The label in front of " minute" is left open.
-    std::string dumped;
-    for (const std::string &line : logged())
-        dumped += (line.find("minute, ") == std::string::npos ? line : line.substr(line.find("minute, "))) + "\n";
-    const std::string unused = "minute, hit_times: 0, up_bytes: 0, down_bytes: 0\n\n";
-    EXPECT_EQ(dumped, R"([appident] ========================================================
-	device: 02-00-00-00-00-0A, ip: 192.168.1.11 role:1
-		APP ID: 5, up_bytes: 3, down_bytes: 4, start_time:1773172800, history_sumtime: 0, time_axis_period_time = 1m, use time: 0m, app[0]
-			RULE ID: 16777223,8,
-minute, hit_times: 2, up_bytes: 4, down_bytes: 6
-
-)" + unused + unused + R"(		APP ID: 6, up_bytes: 0, down_bytes: 0, history_sumtime: 9, use time: 0m
-			RULE ID: 
-)" + unused + unused + unused +
-                          "list count:2\n");
 }
