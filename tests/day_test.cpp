@@ -75,9 +75,9 @@ struct day : household {
         }
     }
 
-    // "using 3/2 0..- axis 2/1 20..- bytes 100/1000 hits 1 0 2 told 0/0 rules 7,8": state, period/sum and seconds of the
-    // evening from its start to its end, whether on the time axis, the same of that, bytes up/down, window, alerts of rest and
-    // learning.
+    // "using 3/2 0..- axis 2/1 20..- bytes 100/1000 hits 1 0 2 at 40 step 2 told 0/0 rules 7,8": state, period/sum and seconds
+    // of the evening from its start to its end, whether on the time axis, the same of that, bytes up/down, window, last hit,
+    // minutes stepped, alerts of rest and of learning.
     static std::string text_of(app_ident_record &use)
     {
         static const char *const states[] = {"unused", "hit", "using", "disuse"};
@@ -90,8 +90,8 @@ struct day : household {
         for (const hit_record &minute : use.hit_records)
             text << " " << minute.hit_times;
         char rules[257];
-        text << " told " << use.alert_push_num << "/" << int{use.daydayup_alert_push_num} << " rules "
-             << get_hit_ruleids(&use, rules, sizeof rules);
+        text << " at " << moment(use.current_time) << " step " << use.move_step << " told " << use.alert_push_num << "/"
+             << int{use.daydayup_alert_push_num} << " rules " << get_hit_ruleids(&use, rules, sizeof rules);
         return text.str();
     }
 
@@ -168,12 +168,26 @@ struct day : household {
         told << "  answers " << (id < 13 ? text.c_str() : "") << "\n";
     }
 
+    // A state that no message makes, with something in every field.
+    void leave_odd_record()
+    {
+        app_ident_record &odd = record(tablet)->apps[50];
+        odd = *app(7);
+        INIT_LIST_HEAD(&odd.rule_list_head);
+        odd.app_id = 77;
+        odd.app_state = APP_HIT;
+        odd.period_time = odd.sum_time = odd.time_axis_period_time = odd.time_axis_sum_time = 3;
+        odd.alert_push_num = odd.daydayup_alert_push_num = 1;
+        odd.time_axis_end_time = odd.end_time = evening;
+    }
+
     void play()
     {
         platform.answers[catalogue_path] = json("{'err_no':'0','data':[{'class_type':'1','appid':[7,8]}]}");
         know(tablet);
         know(phone, "2");
-        know(laptop, "0");
+        know(laptop); // who stays listed, and is never seen
+        platform.device(phone.mac).group = -1;
         happens("start", [] { init_device_app_list(); });
         router_says("laptop comes", host_message(0, laptop.mac));
         for (u32 app : {7u, 8u})
@@ -191,14 +205,17 @@ struct day : household {
         passes(1, 3);
         uses(12, 2);
         comes(7, start | 71);
-        uses(7, 3);
+        comes(7, start | 72); // which has the time axis
+        uses(7, 2);
+        comes(12, 75); // which has not
+        uses(7, 1);
         for (unsigned int id : {6u, 7u, 8u, 9u, 12u, 13u, 14u})
             asks(id);
         platform.failing = {online_devices_path, offline_devices_path};
-        passes(1);
-        platform.failing = {};
+        passes(4); // silence ends all
         comes(8, start | 8);
-        passes(3); // silence ends what is left
+        platform.failing = {};
+        passes(1);
         comes(8, start | 8);
         comes(12, start | 12);
         platform.answers[catalogue_path] = json("{'err_no':'0','data':[{'class_type':'1','appid':[7,8,12]}]}");
@@ -208,12 +225,16 @@ struct day : household {
         comes(5, start | 5, phone);
         uses(5, 2, phone);
         comes(7, start | 7);
+        leave_odd_record();
         uses(5, 1, phone); // the day's end
         passes(1);         // the delayed history
         comes(5, 5, phone);
         platform.device(phone.mac).role = "0";
         set_clock(evening + 4 * 3600 - 180);
-        uses(7, 3); // midnight, and a role is gone
+        comes(5, 6, phone);
+        uses(7, 3); // a role is gone, and midnight
+        comes(12, start | 12);
+        uses(12, 3);
         set_clock(evening);
         passes(2); // the clock stepped back
         router_says("tablet goes", host_message(2, tablet.mac));
