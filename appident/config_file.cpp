@@ -131,8 +131,7 @@ bool place_limit(cJSON *root, cJSON *new_limits, cJSON *limit)
     cJSON *stored = array_member(root, "data");
     if (!stored) {
         url_check_log(0, "[app_ident] update_config -> error 4, add------->data");
-        drop_member(root, "data");
-        return cJSON_AddItemReferenceToObject(root, "data", new_limits);
+        return put_member(root, "data", cJSON_CreateArrayReference(new_limits->child));
     }
     // An empty list stays empty, on purpose: the file is rewritten unchanged.
     if (cJSON_GetArraySize(stored) == 0)

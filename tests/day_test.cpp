@@ -171,6 +171,8 @@ struct day : household {
     // A state that no message makes, with something in every field.
     void leave_odd_record()
     {
+        if (app(7) == nullptr) // there was no memory for it
+            return;
         app_ident_record &odd = record(tablet)->apps[50];
         odd = *app(7);
         INIT_LIST_HEAD(&odd.rule_list_head);
