@@ -281,7 +281,8 @@ TEST(a_day, is_told_to_the_letter)
     std::ifstream file(A_DAY);
     const std::string as_ever{std::istreambuf_iterator<char>(file), {}}, now = today.told.str();
     const auto [differs, unused] = std::mismatch(now.begin(), now.end(), as_ever.begin(), as_ever.end());
-    std::ofstream("a_day.now.txt") << now;
+    if (now != as_ever)
+        std::ofstream("a_day.now.txt") << now;
     EXPECT_EQ(now, as_ever) << "a_day.now.txt has it all; differs in line " << std::count(now.begin(), differs, '\n') + 1;
 }
 
