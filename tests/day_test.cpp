@@ -229,8 +229,10 @@ struct day : household {
         comes(7, start | 7);
         leave_odd_record();
         uses(5, 1, phone); // the day's end
-        passes(1);         // the delayed history
-        comes(5, 5, phone);
+        router_says("phone goes", host_message(2, phone.mac));
+        router_says("phone comes", host_message(0, phone.mac));
+        comes(5, start | 5, phone);
+        passes(1); // the delayed history
         platform.device(phone.mac).role = "0";
         set_clock(evening + 4 * 3600 - 180);
         comes(5, 6, phone);
@@ -239,7 +241,16 @@ struct day : household {
         uses(12, 3);
         set_clock(evening);
         passes(2); // the clock stepped back
+        for (u32 app : {9u, 7u})
+            comes(app, start | app);
+        uses(7, 3);
         router_says("tablet goes", host_message(2, tablet.mac));
+        router_says("tablet goes", host_message(2, tablet.mac));
+        router_says("tablet comes", host_message(0, tablet.mac));
+        comes(7, start | 7);
+        set_clock(clock_now() + 5 * 365 * 86400);
+        comes(7, 70); // before a pass has seen the new time: years of use
+        passes(4);
     }
 
     // Memory is back: a new device is tracked and leaves as ever. A message for which there was no buffer still waits before
