@@ -68,7 +68,7 @@ TEST_F(config_file_test, limits_are_merged_class_by_class)
         EXPECT_EQ(save_config(tablet.mac, json(m.sent).c_str()), m.result);
         EXPECT_EQ(stored(), json(m.after != nullptr ? m.after : m.stored));
         lines log = logged();
-        EXPECT_TRUE(m.line[0] == '\0' || has_line(log, json(m.line)));
+        EXPECT_TRUE(m.line[0] == '\0' || std::count(log.begin(), log.end(), json(m.line)) != 0);
         // Refused or not: the device is tracked from now on.
         EXPECT_EQ(platform.saved, 1);
         EXPECT_NE(record(tablet), nullptr);

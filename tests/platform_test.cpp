@@ -482,12 +482,12 @@ TEST(Storage, IsMadeWhenMissingAndReadsWithinBounds)
     EXPECT_EQ(path, home + "state/config/");
     EXPECT_EQ(get_config_path(path, 10), -1);
     EXPECT_EQ(mode_of(home + "state/config"), 0700u);
-    const std::string nest = std::string(32, '[') + std::string(32, ']'), endless(1 << 20, 'x');
-    for (const std::string &text : {"{\"a\":\"]]\"}"s, nest, "{\"a\":"s, "[" + nest + "]", "\"" + endless + "\""}) {
+    // Neither too deep, nor endless.
+    const std::string nest = std::string(32, '[') + std::string(32, ']'), large = "\"" + std::string(1 << 20, 'x') + "\"";
+    for (const std::string &text : {nest, "[" + nest + "]", large}) {
         write_file("some.json", text);
-        const bool good = text.back() == '}' || text == nest;
-        EXPECT_EQ(json_tree(json_load_file((home + "some.json").c_str())) != nullptr, good) << text.substr(0, 40);
-        EXPECT_EQ(json_tree(json_load_buffer(text.c_str())) != nullptr, good) << text.substr(0, 40);
+        EXPECT_EQ(json_tree(json_load_file((home + "some.json").c_str())) != nullptr, text == nest);
+        EXPECT_EQ(json_tree(json_load_buffer(text.c_str())) != nullptr, text == nest);
     }
     EXPECT_FALSE(json_load_file((home + "none").c_str()) || json_load_file(home.c_str()) || json_load_file("/dev/zero"));
     // The counters' page in /tmp is never written through somebody's link, and read only when it is one.

@@ -34,9 +34,4 @@ inline std::string stored()
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-inline bool has_line(const lines &log, const std::string &line)
-{
-    return std::find(log.begin(), log.end(), line) != log.end();
-}
-
 #endif

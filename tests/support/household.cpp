@@ -215,10 +215,3 @@ lines household::logged()
         since.push_back(line.size() >= stamp && line[0] == '[' && line[stamp - 1] == ']' ? line.substr(stamp) : line);
     return since;
 }
-
-bool household::was_logged(const std::string &line, const std::string &next)
-{
-    lines all = logged();
-    auto found = std::find(all.begin(), all.end(), line);
-    return std::count(all.begin(), all.end(), line) == 1 && (next.empty() || (found + 1 != all.end() && found[1] == next));
-}

@@ -86,7 +86,6 @@ protected:
     static lines asked() { return std::exchange(platform.calls, {}); } // of the router's services
     void forget() { sent(), asked(), logged(); }
     lines logged(); // without time stamps; a text with line feeds gives several lines
-    bool was_logged(const std::string &line, const std::string &next = ""); // once each since then, one upon the other
 
     std::string directory;
     tick_state ticking;
