@@ -131,10 +131,11 @@ struct day : household {
         records = now;
     }
 
+    // The last byte of the rule is the flow's behavior as well.
     void comes(u32 app, u32 rule, const lan_device &device = tablet)
     {
         happens("app " + std::to_string(app) + " rule " + std::to_string(rule),
-                [&] { feed_traffic(accounting_message(app_word(app, 1), rule, device.ip, 1, 2)); });
+                [&] { feed_traffic(accounting_message(app_word(app, rule & 0xFF), rule, device.ip, 1, 2)); });
     }
     void router_says(const std::string &what, const std::string &message)
     {
@@ -197,6 +198,8 @@ struct day : household {
         asks(11, limits);
         for (u32 app : {7u, 9u, 8u, 12u}) // the first is a game by now
             comes(app, start | app);
+        for (u32 behavior : {0x100u, 0xFFu}) // app 8 tells them, but for 0
+            comes(8, start | behavior);
         comes(5, start | 5, phone);
         for (u32 gap : {0u, 61u, 0u}) {
             set_clock(clock_now() + gap);

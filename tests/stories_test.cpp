@@ -365,18 +365,6 @@ TEST_F(stories, rule_ids_end_with_the_last_whole_one)
     EXPECT_STREQ(get_hit_ruleids(app(5), buffer, sizeof buffer), "");
 }
 
-TEST_F(stories, app_8_reports_behavior)
-{
-    arrive(tablet);
-    hit(8, start, {1, 1, 7, 3});
-    EXPECT_SENT(presence("online", 8, evening, 0, 0), status(1, 8, evening), status(2, 8, evening));
-    set_clock(evening + 5);
-    hit(8, start, {1, 1, 7, 0});
-    hit(8, more, {1, 1, 7, 3});
-    hit(8, start, {1, 1, 7, 0xFF});
-    EXPECT_SENT(status(2, 8, evening + 5));
-}
-
 TEST_F(stories, minute_reports)
 {
     const u32 t = evening;
