@@ -240,6 +240,8 @@ struct day : household {
         set_clock(evening + 4 * 3600 - 180);
         comes(5, 6, phone);
         uses(7, 3); // a role is gone, and midnight
+        if (device_record *dev = record(tablet))
+            dev->delay_push_rand_time = 50; // instead of the minute that was drawn
         comes(12, start | 12);
         uses(12, 3);
         set_clock(evening);
