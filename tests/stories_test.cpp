@@ -44,7 +44,6 @@ TEST_F(stories, a_session_from_its_first_hit_to_its_history)
     EXPECT_EQ(app(5), nullptr) << "a continuing hit opens nothing";
     hit(5, start, {100, 1000, 7});
     EXPECT_EQ(dev->device_state, 1);
-    EXPECT_STREQ(dev->ip, tablet.ip);
     EXPECT_EQ(mac_to_text(dev->mac_bytes), tablet.mac);
     EXPECT_SENT(R"(push 1023 0 [{"endmac":"02-00-00-00-00-0A","role":"1","appid":"5","starttime":"1773172800","endtime":"0",)"
                 R"("sumtime":"0","status":"online","folk_id":"40"}])",
@@ -64,7 +63,6 @@ TEST_F(stories, a_session_from_its_first_hit_to_its_history)
                 R"(push 1008 0 {"endmac":"02-00-00-00-00-0A","alias":"the 02-00-00-00-00-0A","appid":"5","sumtime":"120",)"
                 R"("up_traffic":"8000000004","down_traffic":"100","ruleid":"16777223,8,9","folk_id":"40"})");
     EXPECT_EQ(brief(5), "disuse 0/2 off 0/2 up 0 hits 0 0 0");
-    EXPECT_EQ(app(5)->end_time, t + 120);
     // The same evening again: the sum goes on, and the opening hit counts into the bytes.
     hit(5, more);
     hit(5, start, {5, 6, 7});
@@ -283,8 +281,6 @@ TEST_F(stories, the_clock_steps)
                 presence("offline", 6, t + 600, 0, 0, phone));
     EXPECT_EQ(brief(5), "disuse 0/9 off 0/9 up 0 hits 0 0 0");
     EXPECT_EQ(brief(6, phone), "disuse 0/0 off 0/0 up 0 hits 0 0 0");
-    EXPECT_EQ(app(5)->end_time, t + 540);
-    EXPECT_EQ(app(5)->time_axis_end_time, t + 599) << "the sweep's time stays in the record";
     // The minute report starts anew; a step forward brings it at once.
     hit(5, start);
     set_clock(t + 661);
