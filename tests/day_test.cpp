@@ -296,10 +296,9 @@ TEST(a_day, is_told_to_the_letter)
     today.play();
     std::ifstream file(A_DAY);
     const std::string as_ever{std::istreambuf_iterator<char>(file), {}}, now = today.told.str();
-    const auto [differs, unused] = std::mismatch(now.begin(), now.end(), as_ever.begin(), as_ever.end());
     if (now != as_ever)
         std::ofstream("a_day.now.txt") << now;
-    EXPECT_EQ(now, as_ever) << "a_day.now.txt has it all; differs in line " << std::count(now.begin(), differs, '\n') + 1;
+    EXPECT_EQ(now, as_ever) << "a_day.now.txt has it all";
 }
 
 TEST(allocation_failure, the_daemon_outlives_each_one)
@@ -309,7 +308,7 @@ TEST(allocation_failure, the_daemon_outlives_each_one)
     const long plenty = live_a_day(1, 0);
     EXPECT_GT(plenty, 1000);
     long n = 1;
-    for (; n <= live_a_day(n, 1) && !HasFailure(); n++)
+    for (; n <= live_a_day(n, 1) && !HasFailure(); n += ALLOCATION_STEP)
         ;
     EXPECT_GT(n, plenty / 2) << "hardly any failure was survived far enough to reach the next";
     live_a_day(1, 1000000);
