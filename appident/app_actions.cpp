@@ -20,7 +20,7 @@ bool is_watched_payment_app(u32 app_id)
 
 void note_payment_hit(const char *mac_text, u32 word, u32 ruleid, const unsigned char *mac, u32 ip)
 {
-    device_record *dev = find_device(mac_text);
+    device_record *dev = tracked_device(mac_text);
     if (!dev)
         return;
     char ip_text[INET_ADDRSTRLEN] = "";
@@ -41,7 +41,7 @@ void handle_app_action(int action, u32 app_id, u32 ruleid, const unsigned char *
     u32 app = word_app_id(app_id);
     if (mac_text[0] == '\0' || !is_watched_payment_app(app))
         return;
-    lock_guard lock(device_apps_mtx);
+    mutex_guard lock(device_apps_mtx);
     if (action == action_offline) {
         // "APPID" takes the app id out of the word a second time and so shows 0: the log's readers know it this way.
         url_check_log(0, "[appident] #-> app offline appid: %d, APPID: %d, ruleid: %d, MAC: %s", static_cast<int>(app),

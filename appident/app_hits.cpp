@@ -166,7 +166,7 @@ void restart_app(device_record *dev, int slot, app_data *ad)
 
 void track_hit(const char *mac_str, in_addr address, app_data *ad, u32 now)
 {
-    lock_guard locked(device_apps_mtx);
+    mutex_guard locked(device_apps_mtx);
     device_record *dev = look_up_device(mac_str);
     if (!dev) {
         count(counter_hits_unknown_device);

@@ -94,7 +94,7 @@ int report_device(const char *mac_str, char *buff, unsigned int *buff_len, u32 l
     if (!data)
         return -1;
     {
-        lock_guard locked(device_apps_mtx);
+        mutex_guard locked(device_apps_mtx);
         const device_record *dev = find_active_device(mac_str);
         if (!dev) {
             *buff_len = 0;
@@ -135,7 +135,7 @@ int report_devices(const char *json_devices, char *buff, unsigned int *buff_len,
     if (!results)
         return -1;
     {
-        lock_guard locked(device_apps_mtx);
+        mutex_guard locked(device_apps_mtx);
         const cJSON *mac = nullptr;
         cJSON_ArrayForEach(mac, devices) {
             if (cJSON_IsString(mac))

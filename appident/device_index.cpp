@@ -152,7 +152,7 @@ bool holds_axis(const device_record *dev, int slot)
 device_record *look_up_device(const char *mac_str)
 {
     if (!in_step() && !read_list())
-        return find_device(mac_str);
+        return tracked_device(mac_str);
     u32 key = key_of(mac_str);
     uint16_t &guess = table.place_guess[guess_of(key)];
     if (is_at(guess, key, mac_str))

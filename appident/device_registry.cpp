@@ -51,13 +51,13 @@ bool add_listed_device(const cJSON *device)
 
 bool is_listed(const char *mac_str)
 {
-    lock_guard locked(device_apps_mtx);
-    return find_device(mac_str) != nullptr;
+    mutex_guard locked(device_apps_mtx);
+    return tracked_device(mac_str) != nullptr;
 }
 
 void link_locked(device_record *rec)
 {
-    lock_guard locked(device_apps_mtx);
+    mutex_guard locked(device_apps_mtx);
     link_device(rec);
 }
 
@@ -95,7 +95,7 @@ void end_device(device_record *rec)
 
 void device_went_offline(const char *mac_str)
 {
-    lock_guard locked(device_apps_mtx);
+    mutex_guard locked(device_apps_mtx);
     list_for_each_safe(node, next, &device_apps_head) {
         device_record *rec = device_of(node);
         if (strcmp(rec->mac, mac_str) != 0)
@@ -162,7 +162,7 @@ void add_device_record_to_tail(const char *mac_str)
     url_check_log(0, "[appident] add _ online role:%d mac:%s", role, mac_str);
 }
 
-device_record *find_device(const char *mac_str)
+device_record *tracked_device(const char *mac_str)
 {
     list_for_each(node, &device_apps_head) {
         if (strcmp(device_of(node)->mac, mac_str) == 0)

@@ -14,7 +14,7 @@ void handle_device_action(int action, struct in_addr *addr, const unsigned char 
 void add_device_record_to_tail(const char *mac_str);
 
 // First record with that MAC text, or null. The lock is held.
-device_record *find_device(const char *mac_str);
+device_record *tracked_device(const char *mac_str);
 // Links a record at the tail / unlinks and frees one with all it holds. The lock is held.
 void link_device(device_record *rec);
 void remove_device(device_record *rec);

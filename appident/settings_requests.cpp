@@ -25,7 +25,7 @@ int save_config(const char *mac_str, const char *config)
     }
     int result = 0;
     {
-        lock_guard lock(device_apps_mtx);
+        mutex_guard lock(device_apps_mtx);
         if (access(path.text, F_OK) == 0) {
             result = update_config(mac_str, config, path.text);
         } else if (write_config_file(path.text, config) != 0) {
@@ -46,7 +46,7 @@ int set_device_app_list_use_time(const char *mac_str, char *buff, unsigned int *
     if (get_device_role(mac_str) == 0) {
         url_check_log(0, "[main] %s set_device_app_list_use_time -> rolo=0 dont save_config and load_device_config ", mac_str);
         {
-            lock_guard lock(device_apps_mtx);
+            mutex_guard lock(device_apps_mtx);
             del_role_protect();
         }
         url_check_log(0, "[main] %s set_device_app_list_use_time -> rolo=0   del_role_protect over  ", mac_str);
@@ -56,8 +56,8 @@ int set_device_app_list_use_time(const char *mac_str, char *buff, unsigned int *
         url_check_log(0, "[main] set_device_app_list_use_time -> save_config error 2");
         return -1;
     }
-    lock_guard lock(device_apps_mtx);
-    if (device_record *dev = find_device(mac_str))
+    mutex_guard lock(device_apps_mtx);
+    if (device_record *dev = tracked_device(mac_str))
         load_device_config(dev);
     return 0;
 }
@@ -150,7 +150,7 @@ int set_payment_config(appident_payment_notify_st *switches, unsigned int action
     else if (action != action_store && action != action_store_too)
         return 0;
     mac_copy mac = mac_of(wanted);
-    lock_guard lock(device_apps_mtx);
+    mutex_guard lock(device_apps_mtx);
     save_switches(mac.text, wanted); // a failure is not told to the household, on purpose
     return 0;
 }
@@ -160,7 +160,7 @@ int get_payment_config(appident_payment_notify_st *switches, unsigned int num)
     if (!switches || num != 1)
         return -1;
     mac_copy mac = mac_of(*switches);
-    lock_guard lock(device_apps_mtx);
+    mutex_guard lock(device_apps_mtx);
     cJSON *loaded = nullptr;
     if (load_config(mac.text, &loaded) != 0)
         return -1;

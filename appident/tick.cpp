@@ -151,7 +151,7 @@ tick_state start_ticking(void)
 
 void run_tick(tick_state &state)
 {
-    lock_guard locked(device_apps_mtx);
+    mutex_guard locked(device_apps_mtx);
     timeval clock = {};
     gettimeofday(&clock, nullptr);
     u32 now = static_cast<u32>(clock.tv_sec);

@@ -21,12 +21,12 @@ struct json_release {
 // A cJSON tree that nothing else owns.
 using json_tree = std::unique_ptr<cJSON, json_release>;
 
-class lock_guard {
+class mutex_guard {
 public:
-    explicit lock_guard(pthread_mutex_t &mutex) : held(mutex) { pthread_mutex_lock(&held); }
-    ~lock_guard() { pthread_mutex_unlock(&held); }
-    lock_guard(const lock_guard &) = delete;
-    lock_guard &operator=(const lock_guard &) = delete;
+    explicit mutex_guard(pthread_mutex_t &mutex) : held(mutex) { pthread_mutex_lock(&held); }
+    ~mutex_guard() { pthread_mutex_unlock(&held); }
+    mutex_guard(const mutex_guard &) = delete;
+    mutex_guard &operator=(const mutex_guard &) = delete;
 
 private:
     pthread_mutex_t &held;

@@ -40,7 +40,7 @@ protected:
         init_device_app(dev);
         dev->device_state = device_active;
         store(json(file));
-        lock_guard lock(device_apps_mtx);
+        mutex_guard lock(device_apps_mtx);
         EXPECT_EQ(load_device_config(dev), result) << file;
         EXPECT_EQ(limits_of(*dev), limits) << file;
     }
@@ -65,7 +65,7 @@ protected:
     // What a look at the limits sends, which is no more than one alert: its code and fields, "" for none.
     void expect_alert(int code, const std::string &fields, u32 where = 0)
     {
-        lock_guard lock(device_apps_mtx);
+        mutex_guard lock(device_apps_mtx);
         push_app_alert(dev);
         EXPECT_EQ(sent(), code == 0 ? lines{} : lines{alert(code, fields)}) << where;
     }
@@ -272,7 +272,7 @@ TEST_F(limits_test, the_daydayup_alert_and_why_not)
         app = use(7, APP_USING, 0, 2);
         app->end_time = stopped;
         app->daydayup_alert_push_num = 0;
-        lock_guard lock(device_apps_mtx);
+        mutex_guard lock(device_apps_mtx);
         EXPECT_EQ(answer(), 0);
         EXPECT_EQ(sent(), lines{alert(1022, "'role':'1','appid':'7'")});
         EXPECT_EQ(answer(), -8);
@@ -291,7 +291,7 @@ TEST_F(limits_test, only_role_1_is_told_of_limits)
         EXPECT_EQ(dev->utl[0].alert_push_num, 0u);
     }
     platform.device(tablet.mac).role = "1";
-    lock_guard lock(device_apps_mtx);
+    mutex_guard lock(device_apps_mtx);
     push_app_alert(dev);
     EXPECT_EQ(sent().size(), 2u); // of minutes and of eyes
 }

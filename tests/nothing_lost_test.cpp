@@ -61,7 +61,7 @@ struct nothing_lost : testing::Test {
     // The loop cannot go on while somebody else holds the lock.
     void send_while_held_up(u32 messages, milliseconds over) const
     {
-        lock_guard held(device_apps_mtx);
+        mutex_guard held(device_apps_mtx);
         const steady_clock::time_point began = steady_clock::now();
         for (u32 sent = 0; sent < messages; sent++) {
             if (sent % 100 == 0)
@@ -72,8 +72,8 @@ struct nothing_lost : testing::Test {
     }
     static u64 bytes_of_the_app()
     {
-        lock_guard held(device_apps_mtx);
-        device_record *dev = find_device(phone.mac.c_str());
+        mutex_guard held(device_apps_mtx);
+        device_record *dev = tracked_device(phone.mac.c_str());
         int none;
         return dev ? dev->apps[find_app_slot(dev, app, &none)].up_bytes : 0;
     }

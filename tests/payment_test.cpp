@@ -29,7 +29,7 @@ protected:
     lines alerts(u32 wait = 0)
     {
         set_clock(clock_now() + wait);
-        lock_guard lock(device_apps_mtx);
+        mutex_guard lock(device_apps_mtx);
         push_app_alert(dev);
         return sent();
     }
@@ -227,7 +227,7 @@ TEST_F(payment_test, switches_are_read_and_stored)
             store(json(load.file));
         leave(tablet);
         dev = arrive(tablet);
-        lock_guard lock(device_apps_mtx);
+        mutex_guard lock(device_apps_mtx);
         EXPECT_EQ(load_device_pay_config(dev), load.result) << load.file;
         EXPECT_EQ(switches_of(*dev), load.switches) << load.file;
         EXPECT_EQ(stored(), json(load.after.empty() ? load.file : load.after));

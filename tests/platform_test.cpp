@@ -369,7 +369,7 @@ TEST(Neighbours, TableIsWholeWhileItIsReadAndRewritten)
     });
     for (int step = 0; step < 200000; ++step) {
         u32 ip = addresses[draw() % (step % 2 ? 8 : addresses.size())];
-        lock_guard held(neighbour_writers);
+        mutex_guard held(neighbour_writers);
         step % 16 == 0 ? neighbour_forget(ip) : static_cast<void>(store(ip, 0));
     }
     stop = true;

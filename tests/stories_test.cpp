@@ -245,7 +245,7 @@ TEST_F(stories, a_pending_report_waits_for_a_role)
     platform.failing = {"new_push_msg"};
     const std::pair<u32, const char *> waiting[] = {{5, "0"},   {5, "-1"},  {300, "1"}, {301, "1"},
                                                     {302, "1"}, {310, "1"}, {311, "1"}, {313, "1"}};
-    lock_guard held(device_apps_mtx);
+    mutex_guard held(device_apps_mtx);
     for (auto [id, role] : waiting) {
         platform.device(tablet.mac).role = role;
         pend(dev, id, 1, 77);
@@ -391,7 +391,7 @@ TEST_F(stories, minute_reports)
     }
     for (u32 digits = 0; digits < 160; ++digits) {
         dev->apps[digits / 5].app_id *= 10; // one character more
-        lock_guard held(device_apps_mtx);
+        mutex_guard held(device_apps_mtx);
         push_using_app();
         const std::string text = sent().at(0);
         EXPECT_TRUE(text.size() >= 3912 && text.size() <= strlen("push 1023 0 ") + 4095) << text.size();

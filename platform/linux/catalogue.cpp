@@ -58,7 +58,7 @@ heap_text build_answer(const cJSON *root)
 
 heap_text catalogue_answer()
 {
-    lock_guard held(lock);
+    mutex_guard held(lock);
     if (json_tree root = read_when_changed(&file)) {
         if (heap_text fresh = build_answer(root.get()))
             current = std::move(fresh);

@@ -126,7 +126,7 @@ bool may_ask(u32 second)
 // The answer is not kept: the kernel's own notification is on its way, and only those come in the order of what happened.
 bool resolve(u32 ip, u32 second, unsigned char *mac)
 {
-    lock_guard held(asker_lock);
+    mutex_guard held(asker_lock);
     if (!may_ask(second)) {
         count_platform(platform_neighbours_not_asked);
         return false;

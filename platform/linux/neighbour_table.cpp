@@ -112,7 +112,7 @@ bool neighbour_find(u32 ip, unsigned char *mac)
         settled = sequence.load(std::memory_order_relaxed) == before;
     }
     if (!settled) {
-        lock_guard held(neighbour_writers);
+        mutex_guard held(neighbour_writers);
         found = look(ip, &head, &tail);
     }
     if (!found)

@@ -33,7 +33,7 @@ int on_message(nl_msg *message, void *)
     lan_neighbour neighbour;
     if (!read_lan_neighbour(nlmsg_hdr(message), &neighbour))
         return NL_OK;
-    lock_guard held(neighbour_writers);
+    mutex_guard held(neighbour_writers);
     if (!neighbour.usable)
         neighbour_forget(neighbour.ip);
     else if (!neighbour_store(neighbour.ip, neighbour.mac, current_round))
@@ -55,7 +55,7 @@ int on_dump_end(nl_msg *, void *)
         dump_wanted = true;
         return NL_STOP;
     }
-    lock_guard held(neighbour_writers);
+    mutex_guard held(neighbour_writers);
     neighbour_sweep(current_round);
     return NL_STOP;
 }
@@ -116,7 +116,7 @@ void *follow_for_ever(void *)
 
 void neighbours_start()
 {
-    lock_guard held(start_lock);
+    mutex_guard held(start_lock);
     if (!started)
         started = start_worker(follow_for_ever);
 }

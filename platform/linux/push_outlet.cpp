@@ -60,7 +60,7 @@ bool enqueue(heap_ptr<queued_push> push)
 {
     bool was_empty;
     {
-        lock_guard held(queue_lock);
+        mutex_guard held(queue_lock);
         if (queued == queue_most || queued_bytes + push->length > queue_bytes_most)
             return false;
         was_empty = queued == 0;
@@ -76,7 +76,7 @@ bool enqueue(heap_ptr<queued_push> push)
 
 heap_ptr<queued_push> dequeue()
 {
-    lock_guard held(queue_lock);
+    mutex_guard held(queue_lock);
     heap_ptr<queued_push> push(first);
     if (!push)
         return push;
@@ -148,7 +148,7 @@ void *serve_outlet(void *)
 
 void push_outlet_start()
 {
-    lock_guard held(start_lock);
+    mutex_guard held(start_lock);
     if (started)
         return;
     if (wake_fd < 0) {

@@ -128,7 +128,7 @@ void bring_up_to_date()
 
 roster_look roster_find(const unsigned char *mac, roster_device *out, int *home)
 {
-    lock_guard held(lock);
+    mutex_guard held(lock);
     bring_up_to_date();
     if (!current.read)
         return roster_unavailable;
@@ -143,7 +143,7 @@ roster_look roster_find(const unsigned char *mac, roster_device *out, int *home)
 
 heap_text roster_list(bool online)
 {
-    lock_guard held(lock);
+    mutex_guard held(lock);
     bring_up_to_date();
     if (!current.read)
         return nullptr;

