@@ -1,32 +1,29 @@
-// The face of the tracking subsystem, for main and for outsiders: brings every room. The rooms include only what they use.
+// Brings every declaration of the daemon, for code outside it. No source of the daemon includes this: each includes what it
+// uses.
 #ifndef APPIDENT_APP_IDENT_H
 #define APPIDENT_APP_IDENT_H
 
-#include "appident/app_actions.h"
-#include "appident/app_hits.h"
-#include "appident/config_file.h"
-#include "appident/current_apps.h"
-#include "appident/device_registry.h"
-#include "appident/device_service.h"
-#include "appident/dump.h"
 #include "appident/event_loop.h"
-#include "appident/offline.h"
-#include "appident/payment.h"
-#include "appident/payment_settings.h"
-#include "appident/push_alerts.h"
-#include "appident/push_channel.h"
-#include "appident/push_history.h"
-#include "appident/push_presence.h"
-#include "appident/records.h"
-#include "appident/requests.h"
-#include "appident/rule_list.h"
-#include "appident/settings_requests.h"
-#include "appident/tick.h"
-#include "appident/use_time_limits.h"
-
-// Waits 20 seconds for the router's services, builds the device list and starts the threads. -1 when one does not start.
-int app_ident_init(void);
-// Returns at once: pushes go out directly, nothing is queued.
-void *process_my_push_list_thread(void *arg);
+#include "appident/model/records.h"
+#include "appident/model/rule_list.h"
+#include "appident/pushes/payment.h"
+#include "appident/pushes/push_alerts.h"
+#include "appident/pushes/push_channel.h"
+#include "appident/pushes/push_history.h"
+#include "appident/pushes/push_presence.h"
+#include "appident/requests/current_apps.h"
+#include "appident/requests/requests.h"
+#include "appident/requests/settings_requests.h"
+#include "appident/router/device_service.h"
+#include "appident/settings/config_file.h"
+#include "appident/settings/payment_settings.h"
+#include "appident/settings/use_time_limits.h"
+#include "appident/startup.h"
+#include "appident/tracking/app_actions.h"
+#include "appident/tracking/app_hits.h"
+#include "appident/tracking/device_registry.h"
+#include "appident/tracking/dump.h"
+#include "appident/tracking/offline.h"
+#include "appident/tracking/tick.h"
 
 #endif

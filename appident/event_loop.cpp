@@ -1,8 +1,8 @@
 #include "appident/event_loop.h"
 
-#include "appident/app_actions.h"
-#include "appident/app_hits.h"
-#include "appident/device_registry.h"
+#include "appident/tracking/app_actions.h"
+#include "appident/tracking/app_hits.h"
+#include "appident/tracking/device_registry.h"
 #include "common/counters.h"
 #include "common/guards.h"
 #include "common/sec_plg_common.h"

@@ -1,7 +1,9 @@
 // Start-up: opens the three inputs, the log and the tracking, then serves for ever. A signal ends the process at once, saving
 // nothing: settings are on disk since they were made, and usage is counted anew.
-#include "appident/app_ident.h"
-#include "appident/traffic_socket.h"
+#include "appident/event_loop.h"
+#include "appident/requests/requests.h"
+#include "appident/router/traffic_socket.h"
+#include "appident/startup.h"
 #include "common/counters.h"
 #include "common/log.h"
 #include "common/sec_plg_common.h"

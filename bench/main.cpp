@@ -6,7 +6,7 @@
 #include "bench/ticks.h"
 #include "bench/turns.h"
 #include "bench/world.h"
-#include "tools/household_simulator/private_network.h"
+#include "tests/kit/private_network.h"
 
 #include <sched.h>
 #include <stdio.h>

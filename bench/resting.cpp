@@ -1,7 +1,7 @@
 #include "bench/resting.h"
 
 #include "bench/world.h"
-#include "tools/household_simulator/daemon_process.h"
+#include "tests/kit/daemon_process.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,6 +1,6 @@
 #include "bench/ticks.h"
 
-#include "appident/tick.h"
+#include "appident/tracking/tick.h"
 #include "bench/platform_calls.h"
 
 #include <algorithm>

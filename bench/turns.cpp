@@ -1,7 +1,7 @@
 #include "bench/turns.h"
 
 #include "appident/app_ident.h"
-#include "appident/traffic_socket.h"
+#include "appident/router/traffic_socket.h"
 #include "bench/world.h"
 #include "common/counters.h"
 #include "common/log.h"

@@ -1,8 +1,8 @@
 #include "bench/world.h"
 
-#include "tools/household_simulator/household_files.h"
-#include "tools/household_simulator/kernel_messages.h"
-#include "tools/household_simulator/private_network.h"
+#include "tests/kit/household_files.h"
+#include "tests/kit/kernel_messages.h"
+#include "tests/kit/private_network.h"
 
 #include <arpa/inet.h>
 #include <filesystem>

@@ -2,7 +2,7 @@
 
 #include "common/guards.h"
 #include "common/log.h"
-#include "tests/support/config_files.h"
+#include "tests/kit/config_files.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -2,8 +2,8 @@
 #include "igd/igd_lib.h"
 
 #include "common/guards.h"
+#include "platform/linux/client/settings.h"
 #include "platform/linux/neighbours.h"
-#include "platform/linux/settings.h"
 
 #include <net/if.h>
 #include <net/if_arp.h>

@@ -1,6 +1,6 @@
 #include "platform/linux/lan_neighbour.h"
 
-#include "platform/linux/settings.h"
+#include "platform/linux/client/settings.h"
 
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>

@@ -1,8 +1,8 @@
 #include "platform/linux/local_socket.h"
 
 #include "common/guards.h"
+#include "platform/linux/client/settings.h"
 #include "platform/linux/platform_counters.h"
-#include "platform/linux/settings.h"
 
 #include <errno.h>
 #include <fcntl.h>

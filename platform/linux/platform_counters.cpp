@@ -1,8 +1,8 @@
 #include "platform/linux/platform_counters.h"
 
 #include "common/counter_page.h"
+#include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
-#include "platform/linux/settings.h"
 
 #include <pthread.h>
 

@@ -2,7 +2,7 @@
 
 #include "common/guards.h"
 #include "igd/igd_lib.h"
-#include "platform/linux/json_text.h"
+#include "platform/linux/client/json_text.h"
 #include "platform/linux/mac_text.h"
 #include "platform/linux/platform_counters.h"
 #include "platform/linux/push_spool.h"

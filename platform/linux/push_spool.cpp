@@ -1,8 +1,8 @@
 #include "platform/linux/push_spool.h"
 
+#include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
 #include "platform/linux/platform_counters.h"
-#include "platform/linux/settings.h"
 
 #include <fcntl.h>
 #include <stdio.h>

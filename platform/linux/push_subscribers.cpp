@@ -1,10 +1,10 @@
 #include "platform/linux/push_subscribers.h"
 
 #include "common/guards.h"
+#include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
 #include "platform/linux/local_socket.h"
 #include "platform/linux/platform_counters.h"
-#include "platform/linux/settings.h"
 
 #include <poll.h>
 #include <sys/socket.h>

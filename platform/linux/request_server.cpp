@@ -6,10 +6,10 @@
 #include "igd/igd_lib.h"
 
 #include "common/guards.h"
+#include "platform/linux/client/request_protocol.h"
 #include "platform/linux/local_socket.h"
 #include "platform/linux/platform_counters.h"
 #include "platform/linux/push_outlet.h"
-#include "platform/linux/request_protocol.h"
 
 #include <errno.h>
 #include <string.h>

@@ -2,9 +2,9 @@
 #include "igd/igd_lib.h"
 
 #include "common/guards.h"
+#include "platform/linux/client/json_text.h"
+#include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
-#include "platform/linux/json_text.h"
-#include "platform/linux/settings.h"
 
 #include <fcntl.h>
 #include <stdio.h>

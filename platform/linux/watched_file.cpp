@@ -1,7 +1,7 @@
 #include "platform/linux/watched_file.h"
 
-#include "platform/linux/json_text.h"
-#include "platform/linux/settings.h"
+#include "platform/linux/client/json_text.h"
+#include "platform/linux/client/settings.h"
 
 json_tree read_when_changed(watched_file *file)
 {

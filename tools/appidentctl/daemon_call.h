@@ -2,7 +2,7 @@
 #ifndef APPIDENTCTL_DAEMON_CALL_H
 #define APPIDENTCTL_DAEMON_CALL_H
 
-#include "platform/linux/request_client.h"
+#include "platform/linux/client/request_client.h"
 #include "tools/appidentctl/places.h"
 
 // Asks, after waiting for a starting daemon as long as the time limit allows.

@@ -2,7 +2,7 @@
 
 #include "common/counters.h"
 #include "common/log.h"
-#include "platform/linux/settings.h"
+#include "platform/linux/client/settings.h"
 #include "tools/appidentctl/exit_codes.h"
 
 #include <stdlib.h>

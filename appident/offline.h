@@ -1,8 +1,0 @@
-// Wholesale endings: every open session when the clock steps back, and devices whose role was taken away. The lock is held.
-#ifndef APPIDENT_OFFLINE_H
-#define APPIDENT_OFFLINE_H
-
-void process_offline_apps(void);
-void del_role_protect(void);
-
-#endif

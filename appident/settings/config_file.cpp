@@ -1,0 +1,203 @@
+#include "appident/settings/config_file.h"
+
+#include "appident/settings/json_fields.h"
+#include "common/log.h"
+#include "igd/igd_lib.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+
+bool make_config_path(const char *mac_str, config_path *path)
+{
+    memset(path->text, 0, sizeof(path->text));
+    if (!mac_str || !*mac_str || strchr(mac_str, '/'))
+        return false;
+    if (get_config_path(path->text, sizeof(path->text) - 1) != 0)
+        return false;
+    size_t used = strnlen(path->text, sizeof(path->text) - 1);
+    size_t room = sizeof(path->text) - used;
+    int added = snprintf(path->text + used, room, "%s.config", mac_str);
+    return added > 0 && static_cast<size_t>(added) < room;
+}
+
+bool config_is_of(const cJSON *root, const char *mac_str)
+{
+    const cJSON *device = cJSON_GetObjectItem(root, "device");
+    return cJSON_IsString(device) && strcmp(device->valuestring, mac_str) == 0;
+}
+
+namespace {
+
+bool write_all(int fd, const char *text)
+{
+    size_t left = strlen(text);
+    while (left > 0) {
+        ssize_t done = write(fd, text, left);
+        if (done < 0 && errno == EINTR)
+            continue;
+        if (done <= 0)
+            return false;
+        text += done;
+        left -= static_cast<size_t>(done);
+    }
+    return true;
+}
+
+bool write_flushed(const char *path, const char *text)
+{
+    fd_guard file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+    return file.get() >= 0 && write_all(file.get(), text) && fsync(file.get()) == 0 && close(file.release()) == 0;
+}
+
+// Makes a rename last. A failure is not told: the new text is in place, and only a power cut could bring back the old one.
+void flush_directory_of(const char *path)
+{
+    config_path directory = {};
+    const char *slash = strrchr(path, '/');
+    size_t length = slash ? static_cast<size_t>(slash - path) + 1 : 0;
+    if (length >= sizeof(directory.text))
+        return;
+    memcpy(directory.text, path, length);
+    fd_guard opened(open(length > 0 ? directory.text : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.get() >= 0)
+        fsync(opened.get());
+}
+
+} // namespace
+
+int write_config_file(const char *path, const char *text)
+{
+    // One name for all writers, who exclude each other by the lock: what a kill leaves behind is overwritten by the next save.
+    char beside[sizeof(config_path::text) + sizeof(".new")];
+    int length = snprintf(beside, sizeof(beside), "%s.new", path);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(beside))
+        return -1;
+    if (!write_flushed(beside, text) || rename(beside, path) != 0) {
+        unlink(beside);
+        return -1;
+    }
+    flush_directory_of(path);
+    return 0;
+}
+
+int load_config(const char *mac_str, cJSON **config_root)
+{
+    if (!config_root)
+        return -1;
+    *config_root = nullptr;
+    config_path path;
+    if (!make_config_path(mac_str, &path))
+        return -1;
+    url_check_log(0, "[app_ident] load_config -> cfg_path: %s", path.text);
+    *config_root = json_load_file(path.text);
+    return *config_root ? 0 : -1;
+}
+
+int replace_config(const char *mac_str, const char *config)
+{
+    config_path path;
+    if (!config || !make_config_path(mac_str, &path) || write_config_file(path.text, config) != 0)
+        return -1;
+    save_param();
+    return 0;
+}
+
+cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted)
+{
+    cJSON *limit = nullptr;
+    cJSON_ArrayForEach(limit, limits) {
+        u32 class_type = 0;
+        if (number_member(limit, "class_type", UINT32_MAX, &class_type) && class_type == wanted)
+            return limit;
+    }
+    return nullptr;
+}
+
+namespace {
+
+// A limit without a class replaces nothing.
+cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
+{
+    u32 wanted_class = 0;
+    return number_member(wanted, "class_type", UINT32_MAX, &wanted_class) ? stored_limit_of_class(limits, wanted_class)
+                                                                          : nullptr;
+}
+
+// The stored tree only refers to the new limit, which must outlive it. False when there is no memory.
+bool place_limit(cJSON *root, cJSON *new_limits, cJSON *limit)
+{
+    cJSON *stored = array_member(root, "data");
+    if (!stored) {
+        url_check_log(0, "[app_ident] update_config -> error 4, add------->data");
+        return put_member(root, "data", cJSON_CreateArrayReference(new_limits->child));
+    }
+    // An empty list stays empty, on purpose: the file is rewritten unchanged.
+    if (cJSON_GetArraySize(stored) == 0)
+        return true;
+    cJSON *replaced = limit_of_same_class(stored, limit);
+    if (!cJSON_AddItemReferenceToArray(stored, limit))
+        return false;
+    if (replaced)
+        cJSON_Delete(cJSON_DetachItemViaPointer(stored, replaced));
+    return true;
+}
+
+int merge_limit(const char *mac_str, const char *path, cJSON *new_limits, cJSON *limit)
+{
+    cJSON *loaded = nullptr;
+    if (load_config(mac_str, &loaded) != 0) {
+        url_check_log(0, "[app_ident] update_config -> load_config  error");
+        return -1;
+    }
+    json_tree root(loaded);
+    if (!config_is_of(root.get(), mac_str)) {
+        url_check_log(0, "[app_ident] update_config -> error 3");
+        return -1;
+    }
+    if (!place_limit(root.get(), new_limits, limit))
+        return -1;
+    heap_text text(cJSON_PrintUnformatted(root.get()));
+    if (!text)
+        return 0; // the next limit may still be stored
+    if (write_config_file(path, text.get()) != 0) {
+        url_check_log(0, "[app_ident] update_config -> fopen error");
+        return -1;
+    }
+    url_check_log(0, "[app_ident] update_config %s -> ok!", mac_str);
+    return 0;
+}
+
+} // namespace
+
+int update_config(const char *mac_str, const char *config, const char *path)
+{
+    if (!mac_str || !config || !path)
+        return -1;
+    json_tree wanted(json_load_buffer(config));
+    if (!wanted) {
+        url_check_log(0, "[app_ident] update_config -> new_config_root error");
+        return -1;
+    }
+    if (!config_is_of(wanted.get(), mac_str)) {
+        url_check_log(0, "[app_ident] update_config -> new_jitem: cJSON_GetObjectItem error");
+        return -1;
+    }
+    cJSON *limits = array_member(wanted.get(), "data");
+    if (!limits) {
+        url_check_log(0, "[app_ident] update_config -> pnew_data_array error");
+        return -1;
+    }
+    int num = cJSON_GetArraySize(limits);
+    if (num < 1) {
+        url_check_log(0, "[app_ident] update_config -> new_num[%d] error", num);
+        return -1;
+    }
+    cJSON *limit = nullptr;
+    cJSON_ArrayForEach(limit, limits) {
+        if (merge_limit(mac_str, path, limits, limit) != 0)
+            return -1;
+    }
+    return 0;
+}

@@ -1,0 +1,16 @@
+// Payment switches: from a device's configuration file into its record, and back. The lock is held.
+#ifndef APPIDENT_SETTINGS_PAYMENT_SETTINGS_H
+#define APPIDENT_SETTINGS_PAYMENT_SETTINGS_H
+
+#include "appident/model/records.h"
+
+// 0 when the file is the device's own, -1 otherwise. Where the file (of a device with a role) or its "payment" is missing,
+// everything is switched on and that is stored. Drops pending payment rules.
+int load_device_pay_config(device_record *dev);
+// Creates or merges the switches, each 0 or 1. 0 with nothing stored for a device of role 0; -1 on failure.
+int save_device_pay_config(const char *mac_str, int enable, int weixin, int alipay, int qqpay, int applepay);
+// Sets them in the record of an active device, then in the existing file at the path.
+int update_device_pay_config(const char *mac_str, int enable, int weixin, int alipay, int qqpay, int applepay,
+                             const char *path);
+
+#endif

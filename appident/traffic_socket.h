@@ -1,8 +1,0 @@
-// The netlink socket on which connection tracking multicasts its messages.
-#ifndef APPIDENT_TRAFFIC_SOCKET_H
-#define APPIDENT_TRAFFIC_SOCKET_H
-
-// Opens it, joins the groups and makes room for bursts. The descriptor, open as long as the process; -1 on failure.
-int open_traffic_socket(void);
-
-#endif

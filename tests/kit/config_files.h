@@ -1,0 +1,37 @@
+// Configuration files as tests write and compare them.
+#ifndef TESTS_KIT_CONFIG_FILES_H
+#define TESTS_KIT_CONFIG_FILES_H
+
+#include "tests/kit/household.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+// JSON written with ' for " and @ for the tablet's MAC text.
+inline std::string json(const std::string &short_hand)
+{
+    std::string text;
+    for (char c : short_hand)
+        text += c == '@' ? tablet.mac : std::string(1, c == '\'' ? '"' : c);
+    return text;
+}
+
+inline std::string config_file(const std::string &mac = tablet.mac)
+{
+    return platform.config_dir + mac + ".config";
+}
+
+inline void store(const std::string &text)
+{
+    std::ofstream(config_file()) << text;
+}
+
+// "" when there is no file.
+inline std::string stored()
+{
+    std::ifstream file(config_file());
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+#endif

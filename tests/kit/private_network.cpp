@@ -1,0 +1,191 @@
+#include "tests/kit/private_network.h"
+
+#include "common/guards.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <linux/neighbour.h>
+#include <memory>
+#include <net/if.h>
+#include <netlink/route/addr.h>
+#include <netlink/route/link.h>
+#include <netlink/route/neighbour.h>
+#include <set>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *inside_mark = "HOUSEHOLD_INSIDE";
+
+template <typename T, void (*put)(T *)> struct release {
+    void operator()(T *object) const { put(object); }
+};
+using socket_ptr = std::unique_ptr<nl_sock, release<nl_sock, nl_socket_free>>;
+using link_ptr = std::unique_ptr<rtnl_link, release<rtnl_link, rtnl_link_put>>;
+using rtnl_addr_ptr = std::unique_ptr<rtnl_addr, release<rtnl_addr, rtnl_addr_put>>;
+using neigh_ptr = std::unique_ptr<rtnl_neigh, release<rtnl_neigh, rtnl_neigh_put>>;
+using addr_ptr = std::unique_ptr<nl_addr, release<nl_addr, nl_addr_put>>;
+
+bool complain(const char *what, const char *why)
+{
+    fprintf(stderr, "%s: %s\n", what, why);
+    return false;
+}
+
+// The words that begin a command in new namespaces; empty where none are to be had. Tried out, as so much can forbid it.
+std::vector<std::string> namespace_words()
+{
+    // Below a user namespace of its own nothing mounted can show outside, so its mounts may stay as they are.
+    const std::vector<std::string> ways[] = {
+        {"unshare", "--net", "--mount", "--"},
+        {"unshare", "--user", "--map-root-user", "--net", "--mount", "--propagation", "unchanged", "--"}};
+    for (const auto &way : ways) {
+        std::string command;
+        for (const std::string &word : way)
+            command += word + " ";
+        if (system((command + "true 2>/dev/null").c_str()) == 0)
+            return way;
+    }
+    return {};
+}
+
+socket_ptr route_socket()
+{
+    socket_ptr route(nl_socket_alloc());
+    if (route && nl_connect(route.get(), NETLINK_ROUTE) < 0)
+        route.reset();
+    return route;
+}
+
+// What a router calls br-lan is a bridge; a kernel without bridges gets another Ethernet-like interface of that name.
+int add_lan_link(nl_sock *route)
+{
+    int result = -NLE_OPNOTSUPP;
+    for (const char *type : {"bridge", "dummy", "veth", "ifb"}) {
+        link_ptr link(rtnl_link_alloc());
+        rtnl_link_set_name(link.get(), lan_interface_name);
+        rtnl_link_set_type(link.get(), type);
+        result = rtnl_link_add(route, link.get(), NLM_F_CREATE | NLM_F_EXCL);
+        if (result == 0)
+            return 0;
+    }
+    return result;
+}
+
+int bring_up(nl_sock *route, const char *name)
+{
+    link_ptr wanted(rtnl_link_alloc()), change(rtnl_link_alloc());
+    rtnl_link_set_ifindex(wanted.get(), static_cast<int>(if_nametoindex(name)));
+    rtnl_link_set_flags(change.get(), IFF_UP);
+    return rtnl_link_change(route, wanted.get(), change.get(), 0);
+}
+
+addr_ptr parse_address(const std::string &text, int family)
+{
+    nl_addr *address = nullptr;
+    nl_addr_parse(text.c_str(), family, &address);
+    return addr_ptr(address);
+}
+
+// The first two components of a path below /tmp, the whole of which a mount over /tmp would hide.
+std::string top_below_tmp(const std::string &path)
+{
+    std::string whole = std::filesystem::weakly_canonical(path).string();
+    if (whole.compare(0, 5, "/tmp/") != 0)
+        return "";
+    return whole.substr(0, whole.find('/', 5));
+}
+
+} // namespace
+
+bool inside_private_network()
+{
+    return getenv(inside_mark) != nullptr;
+}
+
+std::string enter_private_network(char **argv, const std::vector<std::string> &wrapper)
+{
+    std::vector<std::string> words = namespace_words();
+    if (words.empty())
+        return "a private network is not allowed here: run as root, or allow user namespaces"
+               " (sysctl kernel.unprivileged_userns_clone=1)";
+    words.insert(words.end(), wrapper.begin(), wrapper.end());
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
+    for (char **word = argv + 1; *word; word++)
+        words.push_back(*word);
+    std::vector<char *> raw;
+    for (std::string &word : words)
+        raw.push_back(word.data());
+    raw.push_back(nullptr);
+    setenv(inside_mark, "1", 1);
+    execvp(raw[0], raw.data());
+    return "unshare (of util-linux) cannot be run: " + std::string(strerror(errno));
+}
+
+bool make_private_tmp(const std::vector<std::string> &needed_paths)
+{
+    std::set<std::string> tops;
+    for (const std::string &path : needed_paths)
+        if (std::string top = top_below_tmp(path); std::filesystem::is_directory(top))
+            tops.insert(top);
+    std::vector<std::pair<std::string, int>> held;
+    for (const std::string &top : tops)
+        held.emplace_back(top, open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777,size=64m") != 0)
+        return complain("a private /tmp", strerror(errno));
+    for (const auto &[top, fd] : held) {
+        std::string source = "/proc/self/fd/" + std::to_string(fd);
+        std::filesystem::create_directory(top);
+        bool bound = mount(source.c_str(), top.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
+        close(fd);
+        if (!bound)
+            return complain(top.c_str(), strerror(errno));
+    }
+    return true;
+}
+
+bool make_lan(const std::string &address)
+{
+    socket_ptr route = route_socket();
+    if (!route)
+        return complain("the routing socket", "cannot be opened");
+    if (int result = add_lan_link(route.get()); result < 0)
+        return complain("an interface br-lan (bridge, dummy, veth or ifb)", nl_geterror(result));
+    rtnl_addr_ptr own(rtnl_addr_alloc());
+    addr_ptr local = parse_address(address, AF_INET);
+    rtnl_addr_set_ifindex(own.get(), static_cast<int>(if_nametoindex(lan_interface_name)));
+    rtnl_addr_set_local(own.get(), local.get());
+    if (int result = rtnl_addr_add(route.get(), own.get(), 0); result < 0)
+        return complain("the address of br-lan", nl_geterror(result));
+    for (const char *name : {"lo", lan_interface_name})
+        if (int result = bring_up(route.get(), name); result < 0)
+            return complain(name, nl_geterror(result));
+    return true;
+}
+
+bool settle_neighbours(const std::vector<device_entry> &devices)
+{
+    socket_ptr route = route_socket();
+    if (!route)
+        return complain("the routing socket", "cannot be opened");
+    for (const device_entry &device : devices) {
+        std::string mac = device.mac;
+        for (char &mark : mac)
+            mark = mark == '-' ? ':' : mark;
+        addr_ptr address = parse_address(device.ip, AF_INET), hardware = parse_address(mac, AF_LLC);
+        neigh_ptr neighbour(rtnl_neigh_alloc());
+        rtnl_neigh_set_ifindex(neighbour.get(), static_cast<int>(if_nametoindex(lan_interface_name)));
+        rtnl_neigh_set_dst(neighbour.get(), address.get());
+        rtnl_neigh_set_lladdr(neighbour.get(), hardware.get());
+        rtnl_neigh_set_state(neighbour.get(), NUD_PERMANENT);
+        if (int result = rtnl_neigh_add(route.get(), neighbour.get(), NLM_F_CREATE | NLM_F_REPLACE); result < 0)
+            return complain(device.name.c_str(), nl_geterror(result));
+    }
+    return true;
+}

@@ -1,0 +1,152 @@
+// Who is tracked: the start-up list, devices that come and go and lost roles.
+#include "tests/kit/config_files.h"
+
+#include "common/guards.h"
+
+#include <tuple>
+
+static const std::string online = "/app/devices/webs/getdeviceslist.cgi";
+static const std::string offline = "/app/devices/webs/get_offline_dev_list.cgi";
+
+class registry : public household {
+protected:
+    static lines tracked()
+    {
+        lines macs;
+        list_for_each(node, &device_apps_head)
+            macs.push_back(device_of(node)->mac);
+        return macs;
+    }
+};
+
+TEST_F(registry, start_up)
+{
+    const std::string mac = "02-00-00-00-00-0";
+    platform.devices = {{mac + "1", "2"}, {mac + "2", "0"}, {mac + "3", "-1"}, {mac + "4", "1", false}, {mac + "5-AND-MORE"}};
+    EXPECT_EQ(app_ident_init(), 0);
+    EXPECT_EQ(clock_now(), evening + 20);
+    const nap worker = wait_for_worker_nap();
+    EXPECT_TRUE(worker.seconds == 3 && !worker.lock_was_held);
+    EXPECT_EQ(tracked(), (lines{mac + "1", mac + "5-A"}));
+    lines log = logged();
+    log.resize(2);
+    EXPECT_EQ(log, (lines{"[appident] app_ident_init ->  start sleep 20S", "[appident] app_ident_init ->   sleep 20S over"}));
+    EXPECT_EQ(asked().front(), online + "?noneed=noneed");
+    EXPECT_EQ(device_of(device_apps_head.next)->role, 0) << "only decides whether a record is made";
+}
+
+TEST_F(registry, devices_come_and_go)
+{
+    arrive(tablet);
+    EXPECT_EQ(logged(), (lines{"[appident] add online role:1 mac:02-00-00-00-00-0A"}));
+    EXPECT_EQ(asked(), (lines{online + "?mac=02-00-00-00-00-0A"}));
+    arrive(tablet);
+    EXPECT_EQ(logged(), (lines{"[appident] add online: 02-00-00-00-00-0A but this mac already in list"}));
+    EXPECT_EQ(asked(), lines{});
+    EXPECT_EQ(arrive(phone, "0"), nullptr);
+    EXPECT_EQ(logged(), (lines{"[appident] IGD_ACTION_ADD 02-00-00-00-00-0B ->device_role:0"}));
+    // Two of one name are none, and one of another name is tracked under the MAC of the event.
+    const std::string one = "{'mac':'02-00-00-00-00-0B','role':'3'}";
+    platform.answers[online] = json("{'err_no':'0','data':[" + one + "," + one + "]}");
+    EXPECT_EQ(arrive(phone), nullptr);
+    EXPECT_EQ(logged(), lines{});
+    platform.answers[online] = json("{'err_no':'0','data':[{'mac':'other','role':'3'}]}");
+    arrive(phone);
+    EXPECT_EQ(tracked(), (lines{tablet.mac, phone.mac}));
+}
+
+TEST_F(registry, roles)
+{
+    platform.devices = {{"A", "5"}, {"B", "0"}, {"C", "-4"}, {"D", "0", false}, {"E", "7x", false}};
+    const std::tuple<const char *, int, size_t> table[] = {{nullptr, -1, 0}, {"", -1, 0}, {"A", 5, 1}, {"B", 0, 1},
+                                                           {"C", -4, 1},     {"E", 7, 2}, {"F", -3, 2}};
+    for (const auto &[mac, role, questions] : table) {
+        EXPECT_EQ(get_device_role(mac), role);
+        EXPECT_EQ(asked().size(), questions) << "on line, then off line";
+    }
+    platform.failing = {online};
+    EXPECT_EQ(get_device_role("D"), 0);
+    platform.failing = {"call_cgi"};
+    EXPECT_EQ(get_device_role("D"), -3);
+    // Answers that count as none.
+    platform.failing = {};
+    know(tablet);
+    for (const char *answer : {"", "[]", "{'data':[{'mac':'@','role':'1'}]}", "{'err_no':'1','data':[{'mac':'@','role':'1'}]}",
+                               "{'err_no':0,'data':[{'mac':'@','role':'1'}]}", "{'err_no':'0','data':{'mac':'@','role':'1'}}",
+                               "{'err_no':'0','data':[null]}", "{'err_no':'0','data':[{'mac':'@'}]}",
+                               "{'err_no':'0','data':[{'mac':'@','role':1}]}"}) {
+        platform.answers = {{online, json(answer)}, {offline, json(answer)}};
+        init_device_app_list();
+        feed_router(host_message(0, tablet.mac));
+        EXPECT_EQ(tracked(), lines{}) << answer;
+        EXPECT_EQ(get_device_role(tablet.mac), -3) << answer;
+    }
+}
+
+TEST_F(registry, a_role_taken_away)
+{
+    device_record *dev = arrive(tablet);
+    arrive(phone);
+    arrive(laptop);
+    wait(1100);
+    hit(6, start);
+    hit(5, start);
+    wait(61);
+    hit(5, more);
+    store("{}");
+    platform.failing = {online, offline};
+    wait(36);
+    hit(9, start, {}, phone);
+    sent();
+    wait(3);
+    EXPECT_SENT() << "a role that cannot be learnt protects";
+    platform.failing = {"get_config_path"};
+    for (const lan_device &device : {tablet, phone, laptop})
+        platform.device(device.mac).role = "0";
+    pthread_mutex_lock(&device_apps_mtx);
+    del_role_protect();
+    pthread_mutex_unlock(&device_apps_mtx);
+    EXPECT_SENT(history(5, 60, 100, 1000, "16777223,7")) << "of two minutes or more, but no presence without a role";
+    EXPECT_EQ(record(tablet), dev);
+    EXPECT_EQ(app(5)->app_state, APP_USING);
+    platform.failing = {};
+    logged();
+    wait(1199);
+    EXPECT_EQ(record(tablet), dev);
+    hit(5, start);
+    wait(1);
+    EXPECT_EQ(tracked(), (lines{laptop.mac})) << "listed, never seen";
+    EXPECT_EQ(stored(), "");
+}
+
+TEST_F(registry, records_that_others_link_and_remove)
+{
+    arrive(phone);
+    know(tablet);
+    for (int round = 0; round < 2; ++round) { // at the end of the list, and in its middle
+        hit(5, start);
+        EXPECT_EQ(app(5, phone), nullptr) << "nobody's, a moment before it is linked";
+        device_record *dev = allocate_device_record(tablet.mac);
+        list_add_tail(&dev->node, &device_apps_head);
+        hit(5, start);
+        EXPECT_EQ(dev->apps[0].app_id, 5u);
+        if (round > 0)
+            arrive(laptop);
+        snprintf(dev->mac, sizeof dev->mac, "another");
+        hit(7, start);
+        EXPECT_EQ(dev->apps[1].app_id, 0u);
+        list_del(&dev->node);
+        free_device_record(dev);
+    }
+}
+
+TEST_F(registry, a_record_that_was_only_zeroed)
+{
+    know(tablet);
+    auto *dev = static_cast<device_record *>(calloc(1, sizeof(device_record)));
+    init_device_app(dev);
+    strcpy(dev->mac, tablet.mac);
+    list_add_tail(&dev->node, &device_apps_head);
+    leave(tablet);
+    EXPECT_TRUE(list_empty(&device_apps_head));
+}
