@@ -12,6 +12,7 @@
 
 #include <string.h>
 #include <sys/eventfd.h>
+#include <sys/random.h>
 #include <utility>
 
 namespace {
@@ -27,6 +28,7 @@ constexpr int lines_at_once = 64;
 
 struct queued_push {
     queued_push *next;
+    u64 seq;
     time_t time;
     int code;
     unsigned long occur_time;
@@ -37,32 +39,37 @@ struct queued_push {
 pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
 bool started = false;
 int wake_fd = -1;
+u64 run = 0; // of this start; written before the thread starts
 
 pthread_mutex_t queue_lock = PTHREAD_MUTEX_INITIALIZER;
 queued_push *first = nullptr;
 queued_push **end = &first;
 u32 queued = 0;
 size_t queued_bytes = 0;
+u64 last_seq = 0;
 
 heap_ptr<queued_push> copy_push(int code, const char *text, size_t length, unsigned long occur_time)
 {
     heap_ptr<queued_push> push(static_cast<queued_push *>(malloc(sizeof(queued_push) + length + 1)));
     if (!push)
         return push;
-    *push = {nullptr, time(nullptr), code, occur_time, length};
+    *push = {nullptr, 0, time(nullptr), code, occur_time, length};
     memcpy(push->text, text, length);
     push->text[length] = 0;
     return push;
 }
 
-// Owned by the queue afterwards, or refused and freed.
+// Owned by the queue afterwards, or refused and freed. What is refused, or could not even be copied (null), has taken a number
+// too: readers see what is missing.
 bool enqueue(heap_ptr<queued_push> push)
 {
     bool was_empty;
     {
         mutex_guard held(queue_lock);
-        if (queued == queue_most || queued_bytes + push->length > queue_bytes_most)
+        u64 seq = ++last_seq;
+        if (!push || queued == queue_most || queued_bytes + push->length > queue_bytes_most)
             return false;
+        push->seq = seq;
         was_empty = queued == 0;
         ++queued;
         queued_bytes += push->length;
@@ -93,7 +100,7 @@ int hand_on(int code, const char *text, unsigned long occur_time)
     push_outlet_start();
     size_t length = strnlen(text, push_limit + 1);
     heap_ptr<queued_push> push(length <= push_limit && started ? copy_push(code, text, length, occur_time) : nullptr);
-    if (!push || !enqueue(std::move(push))) {
+    if (!enqueue(std::move(push))) {
         count_platform(platform_pushes_dropped);
         return -1;
     }
@@ -111,8 +118,9 @@ heap_text line_of(const queued_push &push)
     if (!printed)
         return nullptr;
     text_builder line = {};
-    append_text(&line, "{\"time\":%lld,\"code\":%d,\"occur_time\":%lu,\"data\":%s}\n", static_cast<long long>(push.time),
-                push.code, push.occur_time, printed.get());
+    append_text(&line, "{\"run\":\"%016llx\",\"seq\":%llu,\"time\":%lld,\"code\":%d,\"occur_time\":%lu,\"data\":%s}\n",
+                static_cast<unsigned long long>(run), static_cast<unsigned long long>(push.seq),
+                static_cast<long long>(push.time), push.code, push.occur_time, printed.get());
     return take_text(&line);
 }
 
@@ -134,6 +142,17 @@ void drain()
     eventfd_write(wake_fd, 1);
 }
 
+// Early in a boot the kernel may have no random bytes yet; waiting for them would hold up the daemon's start.
+u64 draw_run()
+{
+    u64 drawn = 0;
+    if (getrandom(&drawn, sizeof(drawn), GRND_NONBLOCK) == static_cast<ssize_t>(sizeof(drawn)))
+        return drawn;
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<u64>(now.tv_sec) << 32 ^ static_cast<u64>(now.tv_nsec) ^ static_cast<u64>(getpid()) << 16;
+}
+
 void *serve_outlet(void *)
 {
     for (;;) {
@@ -153,6 +172,7 @@ void push_outlet_start()
         return;
     if (wake_fd < 0) {
         wake_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        run = draw_run();
         open_subscribers();
     }
     started = wake_fd >= 0 && start_worker(serve_outlet);

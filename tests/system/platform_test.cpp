@@ -435,6 +435,13 @@ TEST(DeviceServices, AnswerFromTheRosterAndTheCatalogueAsTheyAreNow)
     EXPECT_EQ(ask_service(apps, nullptr), data(R"({"class_type":"1","appid":[1001,1002]},{"class_type":"13","appid":[]})"));
 }
 
+static std::pair<std::string, u64> run_and_seq(const std::string &line)
+{
+    json_tree read(cJSON_Parse(line.c_str()));
+    const char *run = cJSON_GetStringValue(cJSON_GetObjectItem(read.get(), "run"));
+    return {run ? run : "", static_cast<u64>(cJSON_GetNumberValue(cJSON_GetObjectItem(read.get(), "seq")))};
+}
+
 TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
 {
     ASSERT_GE(nt_ipcserver_init2(socket_path.c_str(), record_request), 0);
@@ -448,6 +455,8 @@ TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
     app_info_sync_st status = {1001, 0, 2, 1700000000, {0xAA, 0, 0, 0, 0, 1}};
     EXPECT_EQ(app_info_to_devpush(&status, 1), 0);
     FILE *lines = fdopen(dup(reader.get()), "r");
+    std::string run;
+    u64 seq = 0;
     for (
         const char *wanted :
         {R"("code":1008,"occur_time":77,"data":{"endmac":"AA-00-00-00-00-01","sumtime":"600"}})",
@@ -455,8 +464,14 @@ TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
          R"("code":0,"occur_time":0,"data":[{"mac":"AA-00-00-00-00-01","app_id":1001,"class_type":0,"app_status":2,"timestamp":1700000000}]})"}) {
         char line[4096] = "";
         ASSERT_TRUE(fgets(line, sizeof line, lines));
-        EXPECT_EQ(strchr(line, ',') + 1, wanted + "\n"s); // behind the time
+        EXPECT_EQ(strstr(line, "\"code\""), wanted + "\n"s);
+        auto [of, number] = run_and_seq(line);
+        EXPECT_EQ(number, ++seq);
+        EXPECT_TRUE(run.empty() || run == of) << of;
+        run = of;
     }
+    EXPECT_EQ(run.find_first_not_of("0123456789abcdef"), std::string::npos);
+    EXPECT_EQ(run.size(), 16u);
     fclose(lines);
 
     // Beyond what the spool and the subscriber who does not read can hold.
@@ -470,6 +485,11 @@ TEST(Pushes, ReachTheSpoolAndEverySubscriberAndNobodyWaits)
     EXPECT_TRUE(comes_true([] { return counter_of("subscribers_dropped") == 2; }));
     EXPECT_TRUE(comes_true([] { return new_push_msg(1008, "\"the last\"", 0) == 0; }));
     EXPECT_TRUE(comes_true([] { return read_file("run/pushes.jsonl").find("the last") != std::string::npos; }));
+    // Whatever was refused has taken its number.
+    std::string spooled = read_file("run/pushes.jsonl");
+    auto [of, number] = run_and_seq(spooled.substr(spooled.rfind('{')));
+    EXPECT_EQ(of, run);
+    EXPECT_EQ(number, counter_of("pushes_accepted") + counter_of("pushes_dropped"));
     for (const char *name : {"run/pushes.jsonl", "run/pushes.jsonl.1"})
         EXPECT_LE(std::filesystem::file_size(home + name), 8192u) << name;
     EXPECT_EQ(counter_of("spool_failed"), 0u);
