@@ -39,12 +39,13 @@ counter_slot *counter_page_create(const char *path, const char *const *names, u3
     page->header = {counter_page_magic, counter_page_version, count, static_cast<u32>(getpid())};
     for (u32 i = 0; i < count; ++i)
         snprintf(page->slots[i].name, sizeof(page->slots[i].name), "%s", names[i]);
-    // The directory may be open to all: a link or a file laid there by others must never be written to.
+    // Everybody may be allowed to write in the directory: a link or a file that another user made there must never be written
+    // to.
     unlink(path);
     fd_guard fd(open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (fd.get() < 0)
         return nullptr;
-    // Written whole, not stretched: a full disk then fails here and not in the midst of counting.
+    // Every byte is written now: a full disk fails here, and not with a signal at the first count.
     size_t size = page_size(count);
     void *mapped = MAP_FAILED;
     if (write(fd.get(), page.get(), size) == static_cast<ssize_t>(size) && fchmod(fd.get(), 0644) == 0)
@@ -56,7 +57,7 @@ counter_slot *counter_page_create(const char *path, const char *const *names, u3
     return reinterpret_cast<counter_slot *>(static_cast<char *>(mapped) + sizeof(counter_page_header));
 }
 
-int counter_page_read(const char *path, counter_reading *out, int room, u32 *owner)
+int counter_page_read(const char *path, counter_reading *out, int capacity, u32 *owner)
 {
     fd_guard fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     heap_ptr<stored_page> page(static_cast<stored_page *>(calloc(1, sizeof(stored_page))));
@@ -71,7 +72,7 @@ int counter_page_read(const char *path, counter_reading *out, int room, u32 *own
     if (owner)
         *owner = header.owner;
     int filled = 0;
-    for (u32 i = 0; i < header.count && filled < room; ++i, ++filled) {
+    for (u32 i = 0; i < header.count && filled < capacity; ++i, ++filled) {
         memcpy(out[filled].name, page->slots[i].name, sizeof(stored_slot::name));
         out[filled].name[sizeof(out[filled].name) - 1] = 0;
         out[filled].value = page->slots[i].value;

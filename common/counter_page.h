@@ -23,6 +23,22 @@ struct counter_slot {
 };
 static_assert(sizeof(counter_slot) == 32, "a counter on file is 32 bytes");
 
+// What a reader of a page needs to show a counter.
+enum class counter_kind {
+    total,  // a number of its own
+    part,   // one kind, or one reason to drop, of the total before it
+    moment, // epoch second, 0 for never
+    state,  // no number to show among the others
+};
+struct counter_about {
+    const char *name;
+    counter_kind kind;
+    const char *meaning;
+};
+// For the rows of a list of counters: the name alone, and all that is known of it.
+#define COUNTER_NAME(name, kind, meaning) #name,
+#define COUNTER_ABOUT(name, kind, meaning) {#name, counter_kind::kind, meaning},
+
 constexpr u32 counter_page_magic = 0x41504331;
 constexpr u32 counter_page_version = 1;
 
@@ -30,11 +46,11 @@ constexpr u32 counter_page_version = 1;
 // cannot. The mapping lasts for the process.
 counter_slot *counter_page_create(const char *path, const char *const *names, u32 count);
 
-// Reads a page: fills up to `room` counters and the owner's process id; their number, or -1 when there is no valid page.
+// Reads a page: fills up to `capacity` counters and the owner's process id; their number, or -1 when there is no valid page.
 struct counter_reading {
     char name[28];
     u32 value;
 };
-int counter_page_read(const char *path, counter_reading *out, int room, u32 *owner);
+int counter_page_read(const char *path, counter_reading *out, int capacity, u32 *owner);
 
 #endif

@@ -4,14 +4,7 @@
 
 namespace {
 
-// Names on the page, in the order of the enumeration.
-constexpr const char *names[] = {
-    "serving",          "started_uptime", "traffic_messages",  "traffic_short",    "traffic_other",    "traffic_undecodable",
-    "traffic_lost",     "hits_foreign",   "hits_payment_flow", "hits_unknown_mac", "hits_clock_unset", "hits_unknown_device",
-    "hits_tracked",     "app_table_full", "last_hit_time",     "router_messages",  "router_ignored",   "requests",
-    "requests_refused", "pushes",         "pushes_failed",     "last_push_time",   "no_memory",        "ticks",
-};
-static_assert(sizeof(names) / sizeof(names[0]) == counter_end, "a name for each counter");
+constexpr const char *names[] = {APPIDENT_COUNTERS(COUNTER_NAME)};
 
 counter_slot in_memory[counter_end];
 counter_slot *slots = in_memory;

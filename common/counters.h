@@ -8,33 +8,40 @@
 
 constexpr const char *counters_path = "/tmp/.appident.counters";
 
-enum counter : u32 {
-    counter_serving,             // 0 while starting, 1 once the loop runs
-    counter_started_uptime,      // uptime second at which the process started
-    counter_traffic_messages,    // netlink messages read
-    counter_traffic_short,       // too short, or longer than what was read
-    counter_traffic_other,       // of a kind that is not accounting
-    counter_traffic_undecodable, // accounting messages with an attribute missing
-    counter_traffic_lost,        // dropped by the kernel, receive buffer full
-    counter_hits_foreign,        // not of our vendor, or without an app id
-    counter_hits_payment_flow,   // payment flows, never recorded as apps
-    counter_hits_unknown_mac,    // no MAC known for the address
-    counter_hits_clock_unset,    // wall clock not set yet
-    counter_hits_unknown_device, // MAC not on the device list
-    counter_hits_tracked,        // handed to a device's records
-    counter_app_table_full,      // a device's app table had no room
-    counter_last_hit_time,       // epoch second of the last tracked hit
-    counter_router_messages,     // router messages received
-    counter_router_ignored,      // short, or of a kind that is not ours
-    counter_requests,            // requests answered
-    counter_requests_refused,    // requests answered with -1
-    counter_pushes,              // pushes accepted by the push service
-    counter_pushes_failed,       // pushes refused by the push service
-    counter_last_push_time,      // epoch second of the last accepted push
-    counter_no_memory,           // allocations refused
-    counter_ticks,               // periodic passes done
-    counter_end
-};
+// Each counter, once: its name, its kind, its meaning as `appidentctl status` prints it. A new counter is a new line here, at
+// the place where status is to print it, and one in tests/unit/counters_test.cpp.
+// clang-format off
+#define APPIDENT_COUNTERS(row) \
+    row(serving,             state,  "1 once the loop runs, 0 before") \
+    row(started_uptime,      state,  "uptime second at which the process started") \
+    row(traffic_messages,    total,  "traffic messages from the kernel") \
+    row(traffic_short,       part,   "dropped: cut short") \
+    row(traffic_other,       part,   "passed over: not accounting") \
+    row(traffic_undecodable, part,   "accounting without all its attributes") \
+    row(traffic_lost,        part,   "lost: the receive buffer was full") \
+    row(hits_foreign,        part,   "dropped: no app of ours") \
+    row(hits_payment_flow,   part,   "payment flows, not recorded as apps") \
+    row(hits_unknown_mac,    part,   "dropped: no MAC known for the address") \
+    row(hits_clock_unset,    part,   "dropped: clock not set") \
+    row(hits_unknown_device, part,   "dropped: device not tracked") \
+    row(hits_tracked,        part,   "recorded") \
+    row(app_table_full,      part,   "dropped: the device's app table was full") \
+    row(last_hit_time,       moment, "last recorded") \
+    row(router_messages,     total,  "router messages (devices, payment apps)") \
+    row(router_ignored,      part,   "ignored: short or of another kind") \
+    row(requests,            total,  "requests answered") \
+    row(requests_refused,    part,   "with a refusal") \
+    row(pushes,              total,  "pushes sent") \
+    row(pushes_failed,       part,   "refused by the push service") \
+    row(last_push_time,      moment, "last push") \
+    row(no_memory,           total,  "allocations refused") \
+    row(ticks,               total,  "periodic passes")
+// clang-format on
+
+// counter_serving, counter_started_uptime ...
+#define COUNTER_ID(name, kind, meaning) counter_##name,
+enum counter : u32 { APPIDENT_COUNTERS(COUNTER_ID) counter_end };
+#undef COUNTER_ID
 
 // Makes the page; counting works before and without it.
 void counters_init(void);

@@ -1,6 +1,5 @@
 #include "platform/linux/platform_counters.h"
 
-#include "common/counter_page.h"
 #include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
 
@@ -8,16 +7,7 @@
 
 namespace {
 
-// In the order of the enumeration.
-constexpr const char *names[] = {
-    "settings_unreadable",   "no_memory",           "no_descriptor",      "requests_served",      "peers_refused",
-    "requests_malformed",    "requests_too_slow",   "requests_vanished",  "requests_crowded_out", "answers_undelivered",
-    "router_foreign",        "router_truncated",    "router_overruns",    "roster_unreadable",    "roster_entries_refused",
-    "catalogue_unreadable",  "neighbours_asked",    "neighbours_unknown", "neighbours_not_asked", "neighbours_overruns",
-    "neighbours_table_full", "neighbours_reopened", "pushes_accepted",    "pushes_dropped",       "spool_failed",
-    "subscribers_refused",   "subscribers_dropped",
-};
-static_assert(sizeof(names) / sizeof(names[0]) == platform_counter_end, "a name for each counter");
+constexpr const char *names[] = {PLATFORM_COUNTERS(COUNTER_NAME)};
 
 counter_slot in_memory[platform_counter_end];
 counter_slot *slots = in_memory;

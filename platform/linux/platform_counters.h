@@ -4,38 +4,45 @@
 #ifndef PLATFORM_LINUX_PLATFORM_COUNTERS_H
 #define PLATFORM_LINUX_PLATFORM_COUNTERS_H
 
-#include "igd/igd_types.h"
+#include "common/counter_page.h"
 
-enum platform_counter : u32 {
-    platform_settings_unreadable,
-    platform_no_memory,
-    platform_no_descriptor, // clients turned away for want of a descriptor
-    platform_requests_served,
-    platform_peers_refused,          // request clients without the right to ask
-    platform_requests_malformed,     // lengths that make no sense, too large, another protocol
-    platform_requests_too_slow,      // connected and sent nothing in time
-    platform_requests_vanished,      // left before asking
-    platform_requests_crowded_out,   // dropped for newer connections, too many waiting
-    platform_answers_undelivered,    // the client left before, or did not take, its answer
-    platform_router_foreign,         // router messages from a sender that is not root
-    platform_router_truncated,       // larger than the caller's buffer
-    platform_router_overruns,        // times that router messages were lost to a full receive buffer
-    platform_roster_unreadable,      // missing, refused or no JSON; the last good one stays in use
-    platform_roster_entries_refused, // devices without a MAC, given twice, or beyond the table
-    platform_catalogue_unreadable,
-    platform_neighbours_asked,     // look-ups that asked the kernel
-    platform_neighbours_unknown,   // look-ups without an answer
-    platform_neighbours_not_asked, // of these, not asked: too many questions this second
-    platform_neighbours_overruns,  // notifications lost, the table was read anew
-    platform_neighbours_table_full,
-    platform_neighbours_reopened, // the notification socket failed
-    platform_pushes_accepted,
-    platform_pushes_dropped,      // queue full, too large, or the outlet is not running
-    platform_spool_failed,        // lines that could not be written to the spool
-    platform_subscribers_refused, // no right, or too many
-    platform_subscribers_dropped, // too slow
-    platform_counter_end
-};
+// Each counter, once: its name, its kind, its meaning as `appidentctl status` prints it. A new counter is a new line here, at
+// the place where status is to print it, and one in tests/unit/counters_test.cpp.
+// clang-format off
+#define PLATFORM_COUNTERS(row) \
+    row(settings_unreadable,    total, "settings file unreadable, defaults in force") \
+    row(no_memory,              total, "allocations refused") \
+    row(no_descriptor,          total, "clients turned away: no descriptor left") \
+    row(requests_served,        total, "requests taken in") \
+    row(peers_refused,          part,  "turned away: no right to ask") \
+    row(requests_malformed,     part,  "dropped: made no sense") \
+    row(requests_too_slow,      part,  "dropped: connected and asked nothing in time") \
+    row(requests_vanished,      part,  "left before asking") \
+    row(requests_crowded_out,   part,  "dropped: too many waiting") \
+    row(answers_undelivered,    part,  "answers that nobody took") \
+    row(router_foreign,         total, "router messages from a sender without the right") \
+    row(router_truncated,       total, "router messages cut short") \
+    row(router_overruns,        total, "times that router messages were lost") \
+    row(roster_unreadable,      total, "roster missing or unreadable; the last good one is in use") \
+    row(roster_entries_refused, total, "roster entries left out: no MAC, twice, too many") \
+    row(catalogue_unreadable,   total, "catalogue missing or unreadable") \
+    row(neighbours_asked,       total, "look-ups of a MAC that asked the kernel") \
+    row(neighbours_unknown,     part,  "without an answer") \
+    row(neighbours_not_asked,   part,  "not asked: too many this second") \
+    row(neighbours_overruns,    total, "neighbour table read anew after losses") \
+    row(neighbours_table_full,  total, "neighbour table full") \
+    row(neighbours_reopened,    total, "neighbour notifications reopened") \
+    row(pushes_accepted,        total, "pushes and status records taken") \
+    row(pushes_dropped,         part,  "dropped: queue full, too large, or not started") \
+    row(spool_failed,           part,  "not written to the spool") \
+    row(subscribers_refused,    total, "subscribers turned away: no right, or too many") \
+    row(subscribers_dropped,    total, "subscribers dropped: too slow")
+// clang-format on
+
+// platform_settings_unreadable, platform_no_memory ...
+#define PLATFORM_COUNTER_ID(name, kind, meaning) platform_##name,
+enum platform_counter : u32 { PLATFORM_COUNTERS(PLATFORM_COUNTER_ID) platform_counter_end };
+#undef PLATFORM_COUNTER_ID
 
 // Makes the page; counting works before and without it.
 void platform_counters_start();

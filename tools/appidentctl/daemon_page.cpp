@@ -12,21 +12,38 @@ static constexpr int most_counters = 256;
 counters read_counters(const std::string &path)
 {
     counters page;
-    std::vector<counter_reading> room(most_counters);
-    int read = counter_page_read(path.c_str(), room.data(), most_counters, &page.owner);
+    std::vector<counter_reading> read_here(most_counters);
+    int read = counter_page_read(path.c_str(), read_here.data(), most_counters, &page.owner);
     if (read < 0)
         return page;
     page.found = true;
-    page.all.assign(room.begin(), room.begin() + read);
+    page.all.assign(read_here.begin(), read_here.begin() + read);
     return page;
 }
 
-u32 counter_value(const counters &page, const char *name)
+namespace {
+
+constexpr const char *daemon_names[] = {APPIDENT_COUNTERS(COUNTER_NAME)};
+constexpr const char *platform_names[] = {PLATFORM_COUNTERS(COUNTER_NAME)};
+
+u32 value_of(const counters &page, const char *name)
 {
     for (const counter_reading &one : page.all)
         if (strcmp(one.name, name) == 0)
             return one.value;
     return 0;
+}
+
+} // namespace
+
+u32 counter_value(const counters &daemon, counter which)
+{
+    return value_of(daemon, daemon_names[which]);
+}
+
+u32 counter_value(const counters &platform, platform_counter which)
+{
+    return value_of(platform, platform_names[which]);
 }
 
 daemon_state state_of(const counters &page)
@@ -35,7 +52,7 @@ daemon_state state_of(const counters &page)
         return daemon_unseen;
     if (kill(static_cast<pid_t>(page.owner), 0) != 0 && errno == ESRCH)
         return daemon_gone;
-    return counter_value(page, "serving") ? daemon_serving : daemon_starting;
+    return counter_value(page, counter_serving) ? daemon_serving : daemon_starting;
 }
 
 const char *state_name(daemon_state state)
@@ -48,6 +65,6 @@ u32 seconds_to_start(const counters &page)
 {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    u32 since = static_cast<u32>(now.tv_sec) - counter_value(page, "started_uptime");
+    u32 since = static_cast<u32>(now.tv_sec) - counter_value(page, counter_started_uptime);
     return since < start_seconds ? start_seconds - since : 0;
 }

@@ -2,7 +2,8 @@
 #ifndef APPIDENTCTL_DAEMON_PAGE_H
 #define APPIDENTCTL_DAEMON_PAGE_H
 
-#include "common/counter_page.h"
+#include "common/counters.h"
+#include "platform/linux/platform_counters.h"
 
 #include <string>
 #include <vector>
@@ -21,8 +22,9 @@ struct counters {
 };
 
 counters read_counters(const std::string &path);
-// 0 for a counter that the page does not have.
-u32 counter_value(const counters &page, const char *name);
+// A counter by its id, which must be one of that page: 0 when the page, written by another release, does not have it.
+u32 counter_value(const counters &daemon, counter which);
+u32 counter_value(const counters &platform, platform_counter which);
 
 // page: the daemon's own.
 daemon_state state_of(const counters &page);

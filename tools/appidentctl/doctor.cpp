@@ -33,7 +33,8 @@ struct evidence {
     time_t now;
     bool reachable;
 
-    u32 operator[](const char *name) const { return counter_value(own, name); }
+    u32 operator[](counter which) const { return counter_value(own, which); }
+    u32 operator[](platform_counter which) const { return counter_value(platform, which); }
 };
 
 static std::string number(u32 value)
@@ -84,10 +85,11 @@ static finding check_clock(const evidence &seen)
     constexpr time_t plausible = 1700000000; // late 2023, before the daemon was written
     if (seen.now < plausible)
         return {fault, "not set: " + time_text(seen.now), "let the box reach a time server; nothing is recorded in 1970"};
-    if (seen["last_hit_time"] > seen.now + 60)
+    if (seen[counter_last_hit_time] > seen.now + 60)
         return {warning, "the last record lies in the future: the clock was set back", "sessions were closed then; go on"};
-    if (seen["hits_clock_unset"])
-        return {warning, number(seen["hits_clock_unset"]) + " hits came before the clock was set", "start the daemon later"};
+    if (seen[counter_hits_clock_unset])
+        return {warning, number(seen[counter_hits_clock_unset]) + " hits came before the clock was set",
+                "start the daemon later"};
     return {sound, time_text(seen.now), ""};
 }
 
@@ -130,49 +132,51 @@ static finding check_roles(const evidence &seen)
 
 static finding check_traffic(const evidence &seen)
 {
-    if (seen["traffic_messages"] == 0)
+    if (seen[counter_traffic_messages] == 0)
         return {fault, "no message from the kernel", "is the inspection engine's module loaded and accounting on?"};
-    return {sound, number(seen["traffic_messages"]) + " messages, " + number(seen["traffic_other"]) + " not accounting", ""};
+    return {sound,
+            number(seen[counter_traffic_messages]) + " messages, " + number(seen[counter_traffic_other]) + " not accounting",
+            ""};
 }
 
 static finding check_decoding(const evidence &seen)
 {
-    return expect_none(seen["traffic_undecodable"] + seen["traffic_short"], "messages short or without all attributes",
-                       "do the kernel's module and the daemon belong together?");
+    return expect_none(seen[counter_traffic_undecodable] + seen[counter_traffic_short],
+                       "messages short or without all attributes", "do the kernel's module and the daemon belong together?");
 }
 
 static finding check_unknown_macs(const evidence &seen)
 {
-    return expect_none(seen["hits_unknown_mac"], "hits from addresses without a known MAC",
+    return expect_none(seen[counter_hits_unknown_mac], "hits from addresses without a known MAC",
                        "is every LAN on \"lan_interface\"? a device behind another router cannot be told apart");
 }
 
 static finding check_unknown_devices(const evidence &seen)
 {
-    return expect_none(seen["hits_unknown_device"], "hits from devices that are not tracked",
+    return expect_none(seen[counter_hits_unknown_device], "hits from devices that are not tracked",
                        "give the device a role and let it come on line again");
 }
 
 static finding check_lost(const evidence &seen)
 {
-    return expect_none(seen["traffic_lost"] + counter_value(seen.platform, "router_overruns"), "losses in full receive buffers",
+    return expect_none(seen[counter_traffic_lost] + seen[platform_router_overruns], "losses in full receive buffers",
                        "raise net.core.rmem_max, or find what keeps the box busy");
 }
 
 static finding check_records(const evidence &seen)
 {
-    if (seen["hits_tracked"] == 0)
-        return {seen["traffic_messages"] ? fault : warning, "nothing recorded yet",
-                "see the lines above; " + number(seen["hits_foreign"]) + " hits were of no app of ours"};
-    time_t age = std::max<time_t>(seen.now - static_cast<time_t>(seen["last_hit_time"]), 0);
-    std::string text = number(seen["hits_tracked"]) + " hits recorded, the last " + span_text(age) + " ago";
+    if (seen[counter_hits_tracked] == 0)
+        return {seen[counter_traffic_messages] ? fault : warning, "nothing recorded yet",
+                "see the lines above; " + number(seen[counter_hits_foreign]) + " hits were of no app of ours"};
+    time_t age = std::max<time_t>(seen.now - static_cast<time_t>(seen[counter_last_hit_time]), 0);
+    std::string text = number(seen[counter_hits_tracked]) + " hits recorded, the last " + span_text(age) + " ago";
     return age > 3600 ? finding{warning, text, "is anybody at home?"} : finding{sound, text, ""};
 }
 
 static finding check_tables(const evidence &seen)
 {
-    u32 full = seen["app_table_full"] + counter_value(seen.platform, "neighbours_table_full");
-    if (seen["no_memory"] + counter_value(seen.platform, "no_memory"))
+    u32 full = seen[counter_app_table_full] + seen[platform_neighbours_table_full];
+    if (seen[counter_no_memory] + seen[platform_no_memory])
         return {fault, "the box ran out of memory", "find what takes it; a restart of the daemon frees little"};
     return expect_none(full, "entries without room in a table",
                        "a device holds 110 apps until it leaves; let it come on line again");
@@ -180,12 +184,13 @@ static finding check_tables(const evidence &seen)
 
 static finding check_pushes(const evidence &seen)
 {
-    u32 lost = seen["pushes_failed"] + counter_value(seen.platform, "spool_failed");
+    u32 lost = seen[counter_pushes_failed] + seen[platform_spool_failed];
     if (lost)
         return {warning, number(lost) + " pushes did not go out", "is there room in the runtime directory?"};
-    if (seen["pushes"] == 0)
-        return {seen["hits_tracked"] ? warning : sound, "none yet", "a history push follows when an app is left"};
-    return {sound, number(seen["pushes"]) + ", the last " + time_text(static_cast<time_t>(seen["last_push_time"])), ""};
+    if (seen[counter_pushes] == 0)
+        return {seen[counter_hits_tracked] ? warning : sound, "none yet", "a history push follows when an app is left"};
+    return {sound, number(seen[counter_pushes]) + ", the last " + time_text(static_cast<time_t>(seen[counter_last_push_time])),
+            ""};
 }
 
 static finding check_disk(const evidence &seen)
