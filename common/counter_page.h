@@ -25,10 +25,10 @@ static_assert(sizeof(counter_slot) == 32, "a counter on file is 32 bytes");
 
 // What a reader of a page needs to show a counter.
 enum class counter_kind {
-    total,  // a number of its own
-    part,   // one kind, or one reason to drop, of the total before it
-    moment, // epoch second, 0 for never
-    state,  // no number to show among the others
+    total,   // a number of its own
+    part,    // one kind, or one reason to drop, of the total before it
+    instant, // epoch second, 0 for never
+    state,   // no number to show among the others
 };
 struct counter_about {
     const char *name;

@@ -12,30 +12,30 @@ constexpr const char *counters_path = "/tmp/.appident.counters";
 // the place where status is to print it, and one in tests/unit/counters_test.cpp.
 // clang-format off
 #define APPIDENT_COUNTERS(row) \
-    row(serving,             state,  "1 once the loop runs, 0 before") \
-    row(started_uptime,      state,  "uptime second at which the process started") \
-    row(traffic_messages,    total,  "traffic messages from the kernel") \
-    row(traffic_short,       part,   "dropped: cut short") \
-    row(traffic_other,       part,   "passed over: not accounting") \
-    row(traffic_undecodable, part,   "accounting without all its attributes") \
-    row(traffic_lost,        part,   "lost: the receive buffer was full") \
-    row(hits_foreign,        part,   "dropped: no app of ours") \
-    row(hits_payment_flow,   part,   "payment flows, not recorded as apps") \
-    row(hits_unknown_mac,    part,   "dropped: no MAC known for the address") \
-    row(hits_clock_unset,    part,   "dropped: clock not set") \
-    row(hits_unknown_device, part,   "dropped: device not tracked") \
-    row(hits_tracked,        part,   "recorded") \
-    row(app_table_full,      part,   "dropped: the device's app table was full") \
-    row(last_hit_time,       moment, "last recorded") \
-    row(router_messages,     total,  "router messages (devices, payment apps)") \
-    row(router_ignored,      part,   "ignored: short or of another kind") \
-    row(requests,            total,  "requests answered") \
-    row(requests_refused,    part,   "with a refusal") \
-    row(pushes,              total,  "pushes sent") \
-    row(pushes_failed,       part,   "refused by the push service") \
-    row(last_push_time,      moment, "last push") \
-    row(no_memory,           total,  "allocations refused") \
-    row(ticks,               total,  "periodic passes")
+    row(serving,             state,   "1 once the loop runs, 0 before") \
+    row(started_uptime,      state,   "uptime second at which the process started") \
+    row(traffic_messages,    total,   "traffic messages from the kernel") \
+    row(traffic_short,       part,    "dropped: cut short") \
+    row(traffic_other,       part,    "passed over: not accounting") \
+    row(traffic_undecodable, part,    "accounting without all its attributes") \
+    row(traffic_lost,        part,    "lost: the receive buffer was full") \
+    row(hits_foreign,        part,    "dropped: no app of ours") \
+    row(hits_payment_flow,   part,    "payment flows, not recorded as apps") \
+    row(hits_unknown_mac,    part,    "dropped: no MAC known for the address") \
+    row(hits_clock_unset,    part,    "dropped: clock not set") \
+    row(hits_unknown_device, part,    "dropped: device not tracked") \
+    row(hits_tracked,        part,    "recorded") \
+    row(app_table_full,      part,    "dropped: the device's app table was full") \
+    row(last_hit_time,       instant, "last recorded") \
+    row(router_messages,     total,   "router messages (devices, payment apps)") \
+    row(router_ignored,      part,    "ignored: short or of another kind") \
+    row(requests,            total,   "requests answered") \
+    row(requests_refused,    part,    "with a refusal") \
+    row(pushes,              total,   "pushes sent") \
+    row(pushes_failed,       part,    "refused by the push service") \
+    row(last_push_time,      instant, "last push") \
+    row(no_memory,           total,   "allocations refused") \
+    row(ticks,               total,   "periodic passes")
 // clang-format on
 
 // counter_serving, counter_started_uptime ...

@@ -22,8 +22,8 @@ protected:
     static void SetUpTestSuite() { counters_init(); }
 };
 
-// A name, words of its meaning, and what raises it by one, or gives a moment the present time; null where only the whole daemon
-// does it.
+// A name, words of its meaning, and what raises it by one, or gives an instant the present time; null where only the whole
+// daemon does it.
 struct counter_row {
     const char *name;
     const char *meaning;
@@ -96,10 +96,10 @@ TEST_F(counters, count_what_their_names_say)
             continue;
         u32 before = counted(row.name);
         row.event();
-        bool moment = std::find_if(list.begin(), list.end(), [&](const counter_about &about) {
-                          return std::string(about.name) == row.name;
-                      })->kind == counter_kind::moment;
-        EXPECT_EQ(counted(row.name), moment ? static_cast<u32>(clock_now()) : before + 1) << row.name;
+        bool instant = std::find_if(list.begin(), list.end(), [&](const counter_about &about) {
+                           return std::string(about.name) == row.name;
+                       })->kind == counter_kind::instant;
+        EXPECT_EQ(counted(row.name), instant ? static_cast<u32>(clock_now()) : before + 1) << row.name;
     }
 }
 

@@ -23,7 +23,7 @@ template <size_t size> static const counter_about *find_about(const counter_abou
 
 static std::string shown_value(counter_kind kind, u32 value)
 {
-    if (kind != counter_kind::moment)
+    if (kind != counter_kind::instant)
         return std::to_string(value);
     return value ? time_text(value) : "never";
 }
