@@ -7,6 +7,7 @@
 
 #include "common/guards.h"
 #include "platform/linux/client/request_protocol.h"
+#include "platform/linux/library_requests.h"
 #include "platform/linux/local_socket.h"
 #include "platform/linux/platform_counters.h"
 #include "platform/linux/push_outlet.h"
@@ -151,6 +152,15 @@ void serve_switches(int fd, const taken_request &request)
     send_answer(fd, result, sizeof(switches), &switches, sizeof(switches));
 }
 
+// A result text that is longer than the client has room for is cut, as those of the daemon are.
+void serve_library_request(int fd, const taken_request &request)
+{
+    heap_text answer;
+    int result = library_request(request.head->id, request.text.get(), &answer);
+    u32 length = result == 0 && answer ? static_cast<u32>(strlen(answer.get())) : 0;
+    send_answer(fd, result, length, answer.get(), length < request.head->capacity ? length : request.head->capacity);
+}
+
 bool makes_sense(const char *packet, size_t size)
 {
     request_head head;
@@ -183,6 +193,8 @@ void serve_packet(int fd, const char *packet)
         return serve_store(fd, request);
     case request_switches:
         return serve_switches(fd, request);
+    case request_library:
+        return serve_library_request(fd, request);
     case request_unknown:
         return send_answer(fd, handler(head.id, nullptr, nullptr, nullptr), 0, nullptr, 0);
     }

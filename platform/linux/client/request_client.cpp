@@ -35,7 +35,7 @@ bool build(const client_request &request, packet_parts *parts)
     parts->head.capacity = request_text_limit;
     if (shape == request_store)
         return device_length > 0 && text_length > 0;
-    return shape == request_unknown || device_length > 0;
+    return shape != request_report || device_length > 0;
 }
 
 request_outcome connect_in_time(int fd, const char *path, int timeout_ms)

@@ -20,13 +20,13 @@ enum request_outcome {
 struct client_request {
     unsigned int id;
     const char *device;                   // MAC text (6, 7, 11, 12) or the device-list text (8, 9)
-    const char *text;                     // limits text (11)
+    const char *text;                     // limits text (11), input (1000 and up)
     appident_payment_notify_st *switches; // 13 in; 14 in and out
     unsigned int action;                  // 13: 1, 2 or 3; 14: 1
 };
 
 struct client_answer {
-    heap_text text;     // 6 to 9 and 12; terminated, null when there is nothing to report
+    heap_text text;     // 6 to 9, 12, 1000 and up; terminated, null when there is nothing to report
     size_t full_length; // as the daemon reports it; more than the text has when it was cut
 };
 

@@ -43,7 +43,11 @@ enum request_shape {
     request_report,   // device text in, result text out
     request_store,    // device text and text in
     request_switches, // switches in and out
+    request_library,  // text in, result text out; answered by the library itself
 };
+
+// From this id on.
+constexpr u32 first_library_request = 1000;
 
 constexpr request_shape shape_of_request(u32 id)
 {
@@ -59,7 +63,7 @@ constexpr request_shape shape_of_request(u32 id)
     for (const auto &known : shapes)
         if (known.id == id)
             return known.shape;
-    return request_unknown;
+    return id >= first_library_request ? request_library : request_unknown;
 }
 
 #endif

@@ -1,0 +1,64 @@
+// What the library answers about devices and apps, from the roster and the catalogue.
+#include "tests/system/platform/place.h"
+
+#include "common/guards.h"
+#include "igd/igd_lib.h"
+
+#include <gtest/gtest.h>
+#include <string.h>
+
+namespace {
+
+std::string ask_service(const char *path, const char *query)
+{
+    char *answer = nullptr;
+    int result = call_cgi(path, query, &answer);
+    heap_text owned(answer);
+    EXPECT_EQ(result != 0, answer != nullptr);
+    return answer ? answer : "(none)";
+}
+
+TEST(device_services, answer_from_the_roster_and_the_catalogue_as_they_are_now)
+{
+    const char *online = "/app/devices/webs/getdeviceslist.cgi", *offline = "/app/devices/webs/get_offline_dev_list.cgi";
+    const char *apps = "/app/ib_manager/webs/get_user_apps.cgi";
+    unsigned char tablet[6] = {0xAA, 0, 0, 0, 0, 1};
+    int homeid = 0, forkid = 0;
+    EXPECT_EQ(ask_service(online, "noneed=noneed") + ask_service(apps, nullptr) + ask_service("/else", ""),
+              "(none)(none)(none)");
+    EXPECT_EQ(get_group_by_mac(tablet, &homeid, &forkid), -1);
+    write_file("state/roster.json",
+               R"({"home":7,"devices":[{"mac":"aa:00:00:00:00:01","role":1,"name":"Ünïçödé tablet of somebodyß","group":5},
+                   {"mac":"AA-00-00-00-00-02","role":0,"online":false},{"mac":"AA-00-00-00-00-01","role":9},{"mac":"AA-00"},
+                   {"mac":"0A-00-00-00-00-03","role":"2","online":true}]})");
+    auto data = [](const std::string &entries) { return R"({"err_no":"0","data":[)" + entries + "]}"; };
+    const std::string first = R"({"mac":"AA-00-00-00-00-01","role":"1"})", third = R"({"mac":"0A-00-00-00-00-03","role":"0"})";
+    EXPECT_EQ(ask_service(online, "noneed=noneed"), data(first + "," + third));
+    EXPECT_EQ(ask_service(online, "mac=AA-00-00-00-00-01"), data(first));
+    for (const char *query : {"mac=AA-00-00-00-00-02", "mac=AA-00-00-00-00-09", "mac="})
+        EXPECT_EQ(ask_service(online, query), data(""));
+    EXPECT_EQ(ask_service(offline, ""), data(R"({"mac":"AA-00-00-00-00-02","role":"0"})"));
+    EXPECT_EQ(counter_of("roster_entries_refused"), 2u);
+    nos_hostname_cfg names = {};
+    memcpy(names.mac, tablet, 6);
+    EXPECT_EQ(nos_hostname_action(&names), 0);
+    EXPECT_STREQ(names.s_name, "Ünïçödé tablet of somebody");
+    EXPECT_EQ(get_group_by_mac(tablet, &homeid, &forkid), 0);
+    EXPECT_EQ(homeid * 100 + forkid, 705);
+
+    // Half a roster, none, or one too deep: the last good one stays, and each change for the worse is counted once.
+    u32 unreadable = counter_of("roster_unreadable");
+    for (const std::string &bad : {std::string(R"({"devices":[{"mac":)"), std::string("[]"), std::string(40000, '[')}) {
+        write_file("state/roster.json", bad);
+        ask_service(offline, "");
+        EXPECT_NE(ask_service(offline, "").find("AA-00-00-00-00-02"), std::string::npos);
+        EXPECT_EQ(counter_of("roster_unreadable"), ++unreadable);
+    }
+    write_file("state/roster.json", R"({"devices":[]})");
+    EXPECT_EQ(ask_service(offline, ""), data(""));
+    write_file("state/catalogue.json", R"({"data":[{"class_type":"1","appid":[1001,"x",1002]},{"class_type":2,"appid":[1]},
+                   {"class_type":"13","appid":[]}],"names":{"1001":"Video"}})");
+    EXPECT_EQ(ask_service(apps, nullptr), data(R"({"class_type":"1","appid":[1001,1002]},{"class_type":"13","appid":[]})"));
+}
+
+} // namespace

@@ -1,0 +1,86 @@
+#include "tests/system/platform/place.h"
+
+#include "common/counter_page.h"
+
+#include <filesystem>
+#include <fstream>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+std::string home;
+std::string socket_path;
+bool own_network = false;
+
+void write_file(const std::string &name, const std::string &text)
+{
+    std::ofstream(home + name + ".new") << text;
+    std::filesystem::rename(home + name + ".new", home + name);
+}
+
+std::string read_file(const std::string &name)
+{
+    std::ifstream file(home + name);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+mode_t mode_of(const std::string &path)
+{
+    struct stat about = {};
+    return stat(path.c_str(), &about) == 0 ? about.st_mode & 07777 : 0;
+}
+
+u32 counter_of(const std::string &name)
+{
+    counter_reading read[64];
+    int count = counter_page_read((home + "run/platform.counters").c_str(), read, 64, nullptr);
+    for (int i = 0; i < count; ++i)
+        if (name == read[i].name)
+            return read[i].value;
+    ADD_FAILURE() << "no counter " << name;
+    return 0;
+}
+
+int connect_to(const std::string &path, int type)
+{
+    int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
+        return fd;
+    close(fd);
+    return -1;
+}
+
+// In a child that is nobody in the given groups; its exit code.
+int as_nobody(const std::vector<gid_t> &groups, const std::function<int()> &act)
+{
+    pid_t child = fork();
+    if (child == 0)
+        _exit(setgroups(groups.size(), groups.data()) != 0 || setgid(65534) != 0 || setuid(65534) != 0 ? 99 : act());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+int main(int argc, char **argv)
+{
+    char name[] = "/tmp/platform_test.XXXXXX";
+    home = std::string(mkdtemp(name)) + "/";
+    socket_path = home + "requests";
+    std::filesystem::create_directories(home + "state");
+    write_file("settings.json", "{\"state_dir\":\"" + home + "state\",\"runtime_dir\":\"" + home +
+                                    "run\",\"spool_limit\":8192,\"lan_interface\":5}");
+    setenv("APPIDENT_PLATFORM_SETTINGS", (home + "settings.json").c_str(), 1);
+    own_network = unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
+    testing::InitGoogleTest(&argc, argv);
+    int result = RUN_ALL_TESTS();
+    std::filesystem::remove_all(home);
+    return result;
+}

@@ -1,0 +1,40 @@
+// The configuration directory, JSON read with bounds, and counter pages.
+#include "tests/system/platform/place.h"
+
+#include "common/counter_page.h"
+#include "common/guards.h"
+#include "igd/igd_lib.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(storage, is_made_when_missing_and_reads_within_bounds)
+{
+    char path[256];
+    ASSERT_EQ(get_config_path(path, 255), 0);
+    EXPECT_EQ(path, home + "state/config/");
+    EXPECT_EQ(get_config_path(path, 10), -1);
+    EXPECT_EQ(mode_of(home + "state/config"), 0700u);
+    // Neither too deep, nor endless.
+    const std::string nest = std::string(32, '[') + std::string(32, ']'), large = "\"" + std::string(1 << 20, 'x') + "\"";
+    for (const std::string &text : {nest, "[" + nest + "]", large}) {
+        write_file("some.json", text);
+        EXPECT_EQ(json_tree(json_load_file((home + "some.json").c_str())) != nullptr, text == nest);
+        EXPECT_EQ(json_tree(json_load_buffer(text.c_str())) != nullptr, text == nest);
+    }
+    EXPECT_FALSE(json_load_file((home + "none").c_str()) || json_load_file(home.c_str()) || json_load_file("/dev/zero"));
+    // The counters' page in /tmp is never written through somebody's link, and read only when it is one.
+    const char *const names[] = {"a name longer than a slot has room for"};
+    counter_reading read[1];
+    write_file("precious", "kept");
+    std::filesystem::create_symlink(home + "precious", home + "page");
+    EXPECT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), -1);
+    ASSERT_TRUE(counter_page_create((home + "page").c_str(), names, 1));
+    ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), 1);
+    EXPECT_STREQ(read[0].name, "a name longer than a slot h");
+    EXPECT_EQ(read_file("precious"), "kept");
+}
+
+} // namespace
