@@ -182,16 +182,10 @@ char *get_mac_str_by_ip(u32 ip, char *buf, int len)
 
 char *get_mac_str_by_mac(const unsigned char *mac, char *buf, int len)
 {
-    static constexpr char digits[] = "0123456789ABCDEF";
     if (!mac || !buf || len < mac_text_size)
         return nullptr;
-    char *out = buf;
-    for (int i = 0; i < 6; i++) {
-        if (i > 0)
-            *out++ = '-';
-        *out++ = digits[mac[i] >> 4];
-        *out++ = digits[mac[i] & 15];
-    }
-    *out = '\0';
+    char text[mac_text_size];
+    write_mac_text(mac, text);
+    memcpy(buf, text, sizeof(text));
     return buf;
 }

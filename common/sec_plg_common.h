@@ -4,6 +4,7 @@
 #ifndef COMMON_SEC_PLG_COMMON_H
 #define COMMON_SEC_PLG_COMMON_H
 
+#include "common/mac_text.h"
 #include "igd/igd_types.h"
 
 struct nlmsghdr;
@@ -38,9 +39,6 @@ struct app_data {
 
 // Netlink message type (low byte) of an accounting message.
 constexpr int IPCTNL_MSG_CT_DPI_ACCT = 11;
-
-// A MAC text is 17 characters and a terminator.
-constexpr int mac_text_size = 18;
 
 extern nos_lan_cfg g_lan_cfg;
 

@@ -1,6 +1,6 @@
 #include "platform/linux/device_answer.h"
 
-#include "platform/linux/mac_text.h"
+#include "common/mac_text.h"
 
 device_answer begin_answer()
 {
@@ -11,7 +11,7 @@ device_answer begin_answer()
 
 void add_to_answer(device_answer *answer, const unsigned char *mac, int role)
 {
-    char text[mac_text_room];
+    char text[mac_text_size];
     write_mac_text(mac, text);
     append_text(&answer->text, "%s{\"mac\":\"%s\",\"role\":\"%d\"}", answer->empty ? "" : ",", text, role);
     answer->empty = false;

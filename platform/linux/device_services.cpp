@@ -1,9 +1,9 @@
 // call_cgi: the router's web services that the daemon asks, answered from the roster and the catalogue.
 #include "igd/igd_lib.h"
 
+#include "common/mac_text.h"
 #include "platform/linux/catalogue.h"
 #include "platform/linux/device_answer.h"
-#include "platform/linux/mac_text.h"
 #include "platform/linux/roster.h"
 
 #include <string.h>

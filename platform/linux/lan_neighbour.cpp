@@ -1,10 +1,10 @@
 #include "platform/linux/lan_neighbour.h"
 
+#include "common/guards.h"
 #include "platform/linux/client/settings.h"
 
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
-#include <memory>
 #include <net/if.h>
 #include <netlink/addr.h>
 #include <netlink/route/neighbour.h>
@@ -13,10 +13,6 @@
 namespace {
 
 constexpr int resolved_states = NUD_PERMANENT | NUD_NOARP | NUD_REACHABLE | NUD_PROBE | NUD_STALE | NUD_DELAY;
-
-struct neigh_release {
-    void operator()(rtnl_neigh *neigh) const { rtnl_neigh_put(neigh); }
-};
 
 bool is_device(const unsigned char *mac)
 {
@@ -39,7 +35,7 @@ bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out)
     rtnl_neigh *parsed = nullptr;
     if (rtnl_neigh_parse(message, &parsed) < 0)
         return false;
-    std::unique_ptr<rtnl_neigh, neigh_release> neigh(parsed);
+    std::unique_ptr<rtnl_neigh, released_by<rtnl_neigh_put>> neigh(parsed);
     nl_addr *address = rtnl_neigh_get_dst(parsed);
     // Looked up by name each time: a LAN interface that is made anew has another index.
     if (rtnl_neigh_get_family(parsed) != AF_INET || !address || nl_addr_get_len(address) != sizeof(out->ip) ||

@@ -34,10 +34,6 @@ struct stranger {
 };
 stranger strangers[1u << stranger_bits];
 
-struct msg_release {
-    void operator()(nl_msg *message) const { nlmsg_free(message); }
-};
-
 // All with asker_lock held.
 pthread_mutex_t asker_lock = PTHREAD_MUTEX_INITIALIZER;
 nl_sock *asker = nullptr;
@@ -99,7 +95,7 @@ void close_asker()
 bool ask_kernel(u32 ip)
 {
     answered = {};
-    std::unique_ptr<nl_msg, msg_release> question(nlmsg_alloc_simple(RTM_GETNEIGH, NLM_F_REQUEST));
+    std::unique_ptr<nl_msg, released_by<nlmsg_free>> question(nlmsg_alloc_simple(RTM_GETNEIGH, NLM_F_REQUEST));
     ndmsg about = {};
     about.ndm_family = AF_INET;
     about.ndm_ifindex = static_cast<int>(lan_interface_index());

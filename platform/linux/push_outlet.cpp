@@ -1,9 +1,9 @@
 #include "platform/linux/push_outlet.h"
 
 #include "common/guards.h"
+#include "common/mac_text.h"
 #include "igd/igd_lib.h"
 #include "platform/linux/client/json_text.h"
-#include "platform/linux/mac_text.h"
 #include "platform/linux/platform_counters.h"
 #include "platform/linux/push_spool.h"
 #include "platform/linux/push_subscribers.h"
@@ -189,7 +189,7 @@ int app_info_to_devpush(const struct app_info_sync_st *info, int count)
         return -1;
     text_builder text = {};
     for (int i = 0; i < count; ++i) {
-        char mac[mac_text_room];
+        char mac[mac_text_size];
         write_mac_text(info[i].mac, mac);
         append_text(&text, "%c{\"mac\":\"%s\",\"app_id\":%u,\"class_type\":%u,\"app_status\":%d,\"timestamp\":%lld}",
                     i == 0 ? '[' : ',', mac, info[i].app_id, info[i].class_type, info[i].app_status,

@@ -1,7 +1,7 @@
 #include "platform/linux/roster.h"
 
+#include "common/mac_text.h"
 #include "platform/linux/device_answer.h"
-#include "platform/linux/mac_text.h"
 #include "platform/linux/platform_counters.h"
 #include "platform/linux/watched_file.h"
 

@@ -4,9 +4,11 @@
 #include <stdio.h>
 #include <utility>
 
-static constexpr size_t least_room = 128;
+namespace {
 
-static bool reserve(text_builder *builder, size_t needed)
+constexpr size_t least_room = 128;
+
+bool reserve(text_builder *builder, size_t needed)
 {
     size_t room = needed * 2 + least_room;
     char *grown = static_cast<char *>(realloc(builder->text.get(), room));
@@ -19,6 +21,8 @@ static bool reserve(text_builder *builder, size_t needed)
     builder->room = room;
     return true;
 }
+
+} // namespace
 
 void append_text(text_builder *builder, const char *format, ...)
 {

@@ -1,9 +1,11 @@
 #include "tests/kit/kernel_messages.h"
 
+#include "common/guards.h"
+#include "common/mac_text.h"
+
 #include <arpa/inet.h>
 #include <errno.h>
 #include <linux/netfilter/nfnetlink.h>
-#include <memory>
 #include <netlink/attr.h>
 #include <netlink/msg.h>
 #include <stdio.h>
@@ -17,10 +19,7 @@ enum { cta_tuple_orig = 1, cta_tuple_reply = 2, cta_app_id = 27, cta_rule_id = 2
 enum { cta_tuple_ip = 1, cta_tuple_proto = 2, cta_tuple_acct = 3, cta_dpi_acct = 26 };
 enum { cta_ip_src = 1, cta_ip_dst = 2, cta_proto_num = 1, cta_proto_src_port = 2, cta_proto_dst_port = 3 };
 
-struct message_release {
-    void operator()(nl_msg *message) const { nlmsg_free(message); }
-};
-using message_ptr = std::unique_ptr<nl_msg, message_release>;
+using message_ptr = std::unique_ptr<nl_msg, released_by<nlmsg_free>>;
 
 void put_tuple(nl_msg *message, int type, const std::string &from, const std::string &to, bool outward, u32 bytes)
 {
@@ -61,8 +60,11 @@ u32 application_word(u32 app, u32 behavior)
 
 bool mac_from_text(const std::string &text, unsigned char *mac)
 {
-    return sscanf(text.c_str(), "%2hhx-%2hhx-%2hhx-%2hhx-%2hhx-%2hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]) ==
-           6;
+    unsigned char bytes[6];
+    if (!read_mac_text(text.c_str(), bytes))
+        return false;
+    memcpy(mac, bytes, sizeof(bytes));
+    return true;
 }
 
 std::vector<unsigned char> accounting_message(const accounting &flow)

@@ -1,6 +1,6 @@
 // Each counter counts what its name and its meaning say.
 #include "common/counters.h"
-#include "platform/linux/platform_counters.h"
+#include "platform/linux/client/platform_counter_ids.h"
 #include "tests/kit/household.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #define APPIDENTCTL_DAEMON_PAGE_H
 
 #include "common/counters.h"
-#include "platform/linux/platform_counters.h"
+#include "platform/linux/client/platform_counter_ids.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,6 @@
 #include "tools/appidentctl/device_text.h"
 
-#include <ctype.h>
-#include <string.h>
+#include "common/mac_text.h"
 
 std::string device_text(const std::string &mac)
 {
@@ -9,16 +8,23 @@ std::string device_text(const std::string &mac)
     size_t group = mac.size() == 17 ? 2 : mac.size() == 14 ? 4 : mac.size() == 12 ? 12 : 0;
     if (!group)
         return "";
-    std::string digits;
+    std::string pairs; // "aa-bb-cc-dd-ee-ff", not yet known to be hexadecimal
+    size_t digits = 0;
     for (size_t i = 0; i < mac.size(); i++) {
         bool separator = i % (group + 1) == group;
-        if (separator ? mac[i] != mac[group] || !strchr(":-.", mac[i]) : !isxdigit(static_cast<unsigned char>(mac[i])))
+        if (separator && (mac[i] != mac[group] || !strchr(":-.", mac[i])))
             return "";
-        if (!separator)
-            digits += static_cast<char>(toupper(static_cast<unsigned char>(mac[i])));
+        if (separator)
+            continue;
+        if (digits > 0 && digits % 2 == 0)
+            pairs += '-';
+        pairs += mac[i];
+        digits++;
     }
-    std::string text;
-    for (size_t i = 0; i < digits.size(); i += 2)
-        text += (i ? "-" : "") + digits.substr(i, 2);
+    unsigned char bytes[6];
+    if (!read_mac_text(pairs.c_str(), bytes))
+        return "";
+    char text[mac_text_size];
+    write_mac_text(bytes, text);
     return text;
 }
