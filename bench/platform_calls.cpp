@@ -4,7 +4,11 @@
 
 #include <atomic>
 
-static std::atomic<unsigned> calls{0};
+namespace {
+
+std::atomic<unsigned> calls{0};
+
+} // namespace
 
 unsigned platform_calls()
 {

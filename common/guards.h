@@ -8,18 +8,17 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-struct heap_release {
-    void operator()(void *memory) const { free(memory); }
+// For std::unique_ptr: the thing goes back through a function of the library that it came from.
+template <auto release> struct released_by {
+    template <typename type> void operator()(type *thing) const { release(thing); }
 };
+
 // A malloc'd text or record.
-template <typename type> using heap_ptr = std::unique_ptr<type, heap_release>;
+template <typename type> using heap_ptr = std::unique_ptr<type, released_by<free>>;
 using heap_text = heap_ptr<char>;
 
-struct json_release {
-    void operator()(cJSON *tree) const { cJSON_Delete(tree); }
-};
 // A cJSON tree that nothing else owns.
-using json_tree = std::unique_ptr<cJSON, json_release>;
+using json_tree = std::unique_ptr<cJSON, released_by<cJSON_Delete>>;
 
 class mutex_guard {
 public:

@@ -9,7 +9,9 @@
 #include <iterator>
 #include <stdio.h>
 
-static void write_seeds(const std::filesystem::path &directory)
+namespace {
+
+void write_seeds(const std::filesystem::path &directory)
 {
     for (const fuzz_target &target : fuzz_targets) {
         int number = 0;
@@ -19,7 +21,7 @@ static void write_seeds(const std::filesystem::path &directory)
     }
 }
 
-static void play_around(const fuzz_target &target, const std::string &seed)
+void play_around(const fuzz_target &target, const std::string &seed)
 {
     target.take(seed);
     for (size_t at = 0; at < seed.size(); at++) {
@@ -31,6 +33,8 @@ static void play_around(const fuzz_target &target, const std::string &seed)
         }
     }
 }
+
+} // namespace
 
 int main(int argc, char **argv)
 {

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/neighbour.h>
-#include <memory>
 #include <net/if.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
@@ -23,14 +22,11 @@ namespace {
 
 constexpr const char *inside_mark = "HOUSEHOLD_INSIDE";
 
-template <typename T, void (*put)(T *)> struct release {
-    void operator()(T *object) const { put(object); }
-};
-using socket_ptr = std::unique_ptr<nl_sock, release<nl_sock, nl_socket_free>>;
-using link_ptr = std::unique_ptr<rtnl_link, release<rtnl_link, rtnl_link_put>>;
-using rtnl_addr_ptr = std::unique_ptr<rtnl_addr, release<rtnl_addr, rtnl_addr_put>>;
-using neigh_ptr = std::unique_ptr<rtnl_neigh, release<rtnl_neigh, rtnl_neigh_put>>;
-using addr_ptr = std::unique_ptr<nl_addr, release<nl_addr, nl_addr_put>>;
+using socket_ptr = std::unique_ptr<nl_sock, released_by<nl_socket_free>>;
+using link_ptr = std::unique_ptr<rtnl_link, released_by<rtnl_link_put>>;
+using rtnl_addr_ptr = std::unique_ptr<rtnl_addr, released_by<rtnl_addr_put>>;
+using neigh_ptr = std::unique_ptr<rtnl_neigh, released_by<rtnl_neigh_put>>;
+using addr_ptr = std::unique_ptr<nl_addr, released_by<nl_addr_put>>;
 
 bool complain(const char *what, const char *why)
 {

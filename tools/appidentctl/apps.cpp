@@ -11,7 +11,9 @@
 
 #include <stdio.h>
 
-static void add_apps(text_table *table, const names &known, const std::string &device, const cJSON *apps)
+namespace {
+
+void add_apps(text_table *table, const names &known, const std::string &device, const cJSON *apps)
 {
     const cJSON *app = nullptr;
     cJSON_ArrayForEach(app, apps) {
@@ -21,7 +23,7 @@ static void add_apps(text_table *table, const names &known, const std::string &d
     }
 }
 
-static void print_apps(const call &what, const cJSON *answer)
+void print_apps(const call &what, const cJSON *answer)
 {
     names known = read_names(what.where);
     text_table table = {"lllr", {{"DEVICE", "APP", "SINCE", "MINUTES"}}};
@@ -36,7 +38,7 @@ static void print_apps(const call &what, const cJSON *answer)
         puts("No app is in use.");
 }
 
-static int ask_and_print(const call &what, unsigned int id, const std::string &device)
+int ask_and_print(const call &what, unsigned int id, const std::string &device)
 {
     json_answer answer;
     int code = ask_for_json(what.where, id, device, &answer);
@@ -54,7 +56,7 @@ static int ask_and_print(const call &what, unsigned int id, const std::string &d
 }
 
 // The devices named by --devices, else those that the roster says are on line.
-static int list_devices(const call &what, std::vector<std::string> *devices)
+int list_devices(const call &what, std::vector<std::string> *devices)
 {
     if (const char *text = what.line.value[option_devices]) {
         for (const std::string &one : split(text, ',')) {
@@ -72,6 +74,8 @@ static int list_devices(const call &what, std::vector<std::string> *devices)
         return usage_error(what.line, "no roster at %s; name the devices with --devices", what.where.roster.c_str());
     return exit_done;
 }
+
+} // namespace
 
 int run_apps(const call &what)
 {

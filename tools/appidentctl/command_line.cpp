@@ -9,11 +9,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-static constexpr int unknown_option = '?';
+namespace {
+
+constexpr int unknown_option = '?';
 
 // In the order of option_id; getopt_long hands back option_base and the place.
-static constexpr int option_base = 256;
-static const option long_options[option_end + 1] = {
+constexpr int option_base = 256;
+const option long_options[option_end + 1] = {
     {"all", no_argument, nullptr, option_base + option_all},
     {"all-off", no_argument, nullptr, option_base + option_all_off},
     {"apps", required_argument, nullptr, option_base + option_apps},
@@ -36,6 +38,8 @@ static const option long_options[option_end + 1] = {
     {"version", no_argument, nullptr, option_base + option_version},
     {nullptr, 0, nullptr, 0},
 };
+
+} // namespace
 
 const char *option_name(option_id id)
 {

@@ -10,9 +10,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace {
+
 // The socket is there from the daemon's first moment, but nobody serves it yet: a request sent now would time out here and
 // might still be carried out later.
-static bool wait_for_start(const places &where)
+bool wait_for_start(const places &where)
 {
     constexpr int pause_ms = 100;
     for (int waited = 0;; waited += pause_ms) {
@@ -26,11 +28,13 @@ static bool wait_for_start(const places &where)
     return false;
 }
 
-static std::string group_text(gid_t id)
+std::string group_text(gid_t id)
 {
     const group *entry = getgrgid(id);
     return entry ? entry->gr_name : std::to_string(id);
 }
+
+} // namespace
 
 std::string why_unreachable(const places &where)
 {

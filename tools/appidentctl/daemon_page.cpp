@@ -5,9 +5,13 @@
 #include <string.h>
 #include <time.h>
 
+namespace {
+
 // 20 seconds until the device service is asked and one more until the loop runs.
-static constexpr u32 start_seconds = 21;
-static constexpr int most_counters = 256;
+constexpr u32 start_seconds = 21;
+constexpr int most_counters = 256;
+
+} // namespace
 
 counters read_counters(const std::string &path)
 {

@@ -16,8 +16,10 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+namespace {
+
 enum severity { sound, warning, fault };
-static constexpr const char *severity_names[] = {"ok", "warning", "FAULT"};
+constexpr const char *severity_names[] = {"ok", "warning", "FAULT"};
 
 struct finding {
     severity level;
@@ -37,18 +39,18 @@ struct evidence {
     u32 operator[](platform_counter which) const { return counter_value(platform, which); }
 };
 
-static std::string number(u32 value)
+std::string number(u32 value)
 {
     return std::to_string(value);
 }
 
 // A counter that should be 0.
-static finding expect_none(u32 value, const char *what, const char *advice)
+finding expect_none(u32 value, const char *what, const char *advice)
 {
     return value ? finding{warning, number(value) + " " + what, advice} : finding{sound, std::string("no ") + what, ""};
 }
 
-static finding check_daemon(const evidence &seen)
+finding check_daemon(const evidence &seen)
 {
     constexpr const char *start = "start it: 'systemctl start appident' or '/etc/init.d/appident start'";
     switch (seen.state) {
@@ -64,7 +66,7 @@ static finding check_daemon(const evidence &seen)
     return {sound, "serving, process " + number(seen.own.owner), ""};
 }
 
-static finding check_socket(const evidence &seen)
+finding check_socket(const evidence &seen)
 {
     if (seen.reachable)
         return {sound, "answers at " + seen.where.socket, ""};
@@ -72,7 +74,7 @@ static finding check_socket(const evidence &seen)
             seen.state == daemon_starting ? "wait" : "see there; a client of the wrong group is turned away"};
 }
 
-static finding check_settings(const evidence &seen)
+finding check_settings(const evidence &seen)
 {
     if (!seen.where.settings_sound)
         return {fault, seen.where.settings + " makes no sense or names an unknown group; the defaults are in force",
@@ -80,7 +82,7 @@ static finding check_settings(const evidence &seen)
     return {sound, "state in " + seen.where.state_dir + ", LAN interface " + seen.where.lan_interface, ""};
 }
 
-static finding check_clock(const evidence &seen)
+finding check_clock(const evidence &seen)
 {
     constexpr time_t plausible = 1700000000; // late 2023, before the daemon was written
     if (seen.now < plausible)
@@ -93,7 +95,7 @@ static finding check_clock(const evidence &seen)
     return {sound, time_text(seen.now), ""};
 }
 
-static finding check_lan(const evidence &seen)
+finding check_lan(const evidence &seen)
 {
     const std::string &name = seen.where.lan_interface;
     lan_look lan = look_at_lan(name);
@@ -106,7 +108,7 @@ static finding check_lan(const evidence &seen)
     return {sound, name + " is up with " + lan.address, ""};
 }
 
-static finding check_neighbours(const evidence &seen)
+finding check_neighbours(const evidence &seen)
 {
     int count = count_neighbours(seen.where.lan_interface);
     if (count == 0)
@@ -115,7 +117,7 @@ static finding check_neighbours(const evidence &seen)
     return {sound, std::to_string(count) + " on " + seen.where.lan_interface, ""};
 }
 
-static finding check_roles(const evidence &seen)
+finding check_roles(const evidence &seen)
 {
     if (!seen.known.roster_found)
         return {fault, "no roster at " + seen.where.roster, "write it; a device is tracked once it has a role above 0"};
@@ -130,7 +132,7 @@ static finding check_roles(const evidence &seen)
     return online ? finding{sound, text, ""} : finding{warning, text, "none can use anything now; is \"online\" right?"};
 }
 
-static finding check_traffic(const evidence &seen)
+finding check_traffic(const evidence &seen)
 {
     if (seen[counter_traffic_messages] == 0)
         return {fault, "no message from the kernel", "is the inspection engine's module loaded and accounting on?"};
@@ -139,31 +141,31 @@ static finding check_traffic(const evidence &seen)
             ""};
 }
 
-static finding check_decoding(const evidence &seen)
+finding check_decoding(const evidence &seen)
 {
     return expect_none(seen[counter_traffic_undecodable] + seen[counter_traffic_short],
                        "messages short or without all attributes", "do the kernel's module and the daemon belong together?");
 }
 
-static finding check_unknown_macs(const evidence &seen)
+finding check_unknown_macs(const evidence &seen)
 {
     return expect_none(seen[counter_hits_unknown_mac], "hits from addresses without a known MAC",
                        "is every LAN on \"lan_interface\"? a device behind another router cannot be told apart");
 }
 
-static finding check_unknown_devices(const evidence &seen)
+finding check_unknown_devices(const evidence &seen)
 {
     return expect_none(seen[counter_hits_unknown_device], "hits from devices that are not tracked",
                        "give the device a role and let it come on line again");
 }
 
-static finding check_lost(const evidence &seen)
+finding check_lost(const evidence &seen)
 {
     return expect_none(seen[counter_traffic_lost] + seen[platform_router_overruns], "losses in full receive buffers",
                        "raise net.core.rmem_max, or find what keeps the box busy");
 }
 
-static finding check_records(const evidence &seen)
+finding check_records(const evidence &seen)
 {
     if (seen[counter_hits_tracked] == 0)
         return {seen[counter_traffic_messages] ? fault : warning, "nothing recorded yet",
@@ -173,7 +175,7 @@ static finding check_records(const evidence &seen)
     return age > 3600 ? finding{warning, text, "is anybody at home?"} : finding{sound, text, ""};
 }
 
-static finding check_tables(const evidence &seen)
+finding check_tables(const evidence &seen)
 {
     u32 full = seen[counter_app_table_full] + seen[platform_neighbours_table_full];
     if (seen[counter_no_memory] + seen[platform_no_memory])
@@ -182,7 +184,7 @@ static finding check_tables(const evidence &seen)
                        "a device holds 110 apps until it leaves; let it come on line again");
 }
 
-static finding check_pushes(const evidence &seen)
+finding check_pushes(const evidence &seen)
 {
     u32 lost = seen[counter_pushes_failed] + seen[platform_spool_failed];
     if (lost)
@@ -193,7 +195,7 @@ static finding check_pushes(const evidence &seen)
             ""};
 }
 
-static finding check_disk(const evidence &seen)
+finding check_disk(const evidence &seen)
 {
     constexpr unsigned long long least = 1024 * 1024;
     struct statvfs disk = {};
@@ -205,7 +207,7 @@ static finding check_disk(const evidence &seen)
                         : finding{sound, text, ""};
 }
 
-static finding check_log(const evidence &seen)
+finding check_log(const evidence &seen)
 {
     constexpr time_t silent = 180; // the daemon writes every minute
     struct stat status = {};
@@ -223,7 +225,7 @@ struct check {
     finding (*look)(const evidence &);
     bool needs_run; // says something only once a daemon has run
 };
-static constexpr check checks[] = {
+constexpr check checks[] = {
     {"daemon", check_daemon, false},
     {"socket", check_socket, false},
     {"settings", check_settings, false},
@@ -244,7 +246,7 @@ static constexpr check checks[] = {
 };
 
 // A harmless question: what does a device use that nobody has?
-static bool probe(const places &where)
+bool probe(const places &where)
 {
     client_request request = {};
     request.id = APPIDENT_GET_CUR_DEVICE_APP;
@@ -253,7 +255,7 @@ static bool probe(const places &where)
     return call_daemon(where.socket.c_str(), where.timeout_ms, request, &answer) == request_done;
 }
 
-static void print_finding(const call &what, const char *name, const finding &found, cJSON *list)
+void print_finding(const call &what, const char *name, const finding &found, cJSON *list)
 {
     if (!given(what.line, option_json)) {
         printf("%-7s  %-17s  %s\n", severity_names[found.level], name, printable(found.text).c_str());
@@ -268,6 +270,8 @@ static void print_finding(const call &what, const char *name, const finding &fou
     cJSON_AddStringToObject(entry, "advice", found.level == sound ? "" : found.advice.c_str());
     cJSON_AddItemToArray(list, entry);
 }
+
+} // namespace
 
 int run_doctor(const call &what)
 {

@@ -12,20 +12,22 @@
 #include <stdio.h>
 #include <string.h>
 
-static constexpr u32 change_options = option_bit(option_minutes) | option_bit(option_apps) | option_bit(option_on) |
-                                      option_bit(option_off) | option_bit(option_others_off);
+namespace {
 
-static int read_limits(const call &what, json_answer *stored)
+constexpr u32 change_options = option_bit(option_minutes) | option_bit(option_apps) | option_bit(option_on) |
+                               option_bit(option_off) | option_bit(option_others_off);
+
+int read_limits(const call &what, json_answer *stored)
 {
     return ask_for_json(what.where, APPIDENT_GET_DEVICE_APP_LIST_USE_TIME, what.device, stored);
 }
 
-static const cJSON *limits_of(const json_answer &stored)
+const cJSON *limits_of(const json_answer &stored)
 {
     return cJSON_GetObjectItem(stored.tree.get(), "data");
 }
 
-static std::string app_list(const names &known, const cJSON *limit)
+std::string app_list(const names &known, const cJSON *limit)
 {
     std::string list;
     const cJSON *app = nullptr;
@@ -35,7 +37,7 @@ static std::string app_list(const names &known, const cJSON *limit)
     return list.empty() ? "-" : list;
 }
 
-static void print_limits(const call &what, const json_answer &stored)
+void print_limits(const call &what, const json_answer &stored)
 {
     if (given(what.line, option_json)) {
         puts(stored.text ? stored.text.get() : "{\"err_no\":\"0\",\"err_msg\":\"success\",\"data\":null}");
@@ -59,7 +61,7 @@ static void print_limits(const call &what, const json_answer &stored)
 }
 
 // Stores the limits and reads them back: the daemon also reports success where it stores nothing.
-static int store_limits(const call &what, const cJSON *wanted)
+int store_limits(const call &what, const cJSON *wanted)
 {
     json_tree whole = compose_limits(what.device, wanted);
     heap_text text(cJSON_PrintUnformatted(whole.get()));
@@ -93,7 +95,7 @@ static int store_limits(const call &what, const cJSON *wanted)
 }
 
 // --set: the file holds the limits, as an array or as the "data" of an object.
-static int store_file(const call &what, const char *path)
+int store_file(const call &what, const char *path)
 {
     json_tree file = read_json(path);
     if (!file)
@@ -117,7 +119,7 @@ struct class_change {
     json_tree apps; // null: as stored
 };
 
-static int read_app_ids(const call &what, const char *text, json_tree *apps)
+int read_app_ids(const call &what, const char *text, json_tree *apps)
 {
     apps->reset(cJSON_CreateArray());
     for (const std::string &one : *text ? split(text, ',') : std::vector<std::string>()) {
@@ -131,7 +133,7 @@ static int read_app_ids(const call &what, const char *text, json_tree *apps)
     return exit_done;
 }
 
-static int read_change(const call &what, class_change *change)
+int read_change(const call &what, class_change *change)
 {
     const char *class_text = what.line.value[option_class];
     const char *minutes = what.line.value[option_minutes];
@@ -147,7 +149,7 @@ static int read_change(const call &what, class_change *change)
     return apps ? read_app_ids(what, apps, &change->apps) : exit_done;
 }
 
-static void put(cJSON *object, const char *key, cJSON *value)
+void put(cJSON *object, const char *key, cJSON *value)
 {
     if (cJSON_GetObjectItem(object, key))
         cJSON_ReplaceItemInObject(object, key, value);
@@ -155,7 +157,7 @@ static void put(cJSON *object, const char *key, cJSON *value)
         cJSON_AddItemToObject(object, key, value);
 }
 
-static int apply_change(const call &what, class_change *change, cJSON *limit)
+int apply_change(const call &what, class_change *change, cJSON *limit)
 {
     put(limit, "onoff", cJSON_CreateNumber(change->on));
     if (change->has_minutes)
@@ -172,7 +174,7 @@ static int apply_change(const call &what, class_change *change, cJSON *limit)
 
 // A refused read means another role than 1, or a file without limits. Only the roster can tell the two apart: with the wrong
 // guess, limits that nobody can read back would be overwritten.
-static int read_kept(const call &what, json_answer *stored)
+int read_kept(const call &what, json_answer *stored)
 {
     if (given(what.line, option_others_off))
         return exit_done;
@@ -192,7 +194,7 @@ static int read_kept(const call &what, json_answer *stored)
     return exit_refused;
 }
 
-static int store_class(const call &what)
+int store_class(const call &what)
 {
     class_change change = {};
     int code = read_change(what, &change);
@@ -206,6 +208,8 @@ static int store_class(const call &what)
     code = apply_change(what, &change, find_limit(data, change.class_type));
     return code != exit_done ? code : store_limits(what, data);
 }
+
+} // namespace
 
 int run_limits(const call &what)
 {

@@ -5,11 +5,15 @@
 #include <iterator>
 #include <math.h>
 
-static bool whole_number(const cJSON *item, double least, double most)
+namespace {
+
+bool whole_number(const cJSON *item, double least, double most)
 {
     return cJSON_IsNumber(item) && item->valuedouble >= least && item->valuedouble <= most &&
            floor(item->valuedouble) == item->valuedouble;
 }
+
+} // namespace
 
 cJSON *find_limit(const cJSON *limits, u32 class_type)
 {
@@ -21,7 +25,9 @@ cJSON *find_limit(const cJSON *limits, u32 class_type)
     return nullptr;
 }
 
-static const char *limit_fault(const cJSON *limit)
+namespace {
+
+const char *limit_fault(const cJSON *limit)
 {
     constexpr double most_u32 = 0xffffffff;
     const cJSON *onoff = cJSON_GetObjectItem(limit, "onoff");
@@ -45,6 +51,8 @@ static const char *limit_fault(const cJSON *limit)
     return nullptr;
 }
 
+} // namespace
+
 std::string limits_fault(const cJSON *limits)
 {
     if (!cJSON_IsArray(limits) || cJSON_GetArraySize(limits) == 0)
@@ -59,7 +67,9 @@ std::string limits_fault(const cJSON *limits)
     return "";
 }
 
-static cJSON *limit_off(u32 class_type)
+namespace {
+
+cJSON *limit_off(u32 class_type)
 {
     cJSON *limit = cJSON_CreateObject();
     cJSON_AddNumberToObject(limit, "class_type", class_type);
@@ -68,6 +78,8 @@ static cJSON *limit_off(u32 class_type)
     cJSON_AddArrayToObject(limit, "appid");
     return limit;
 }
+
+} // namespace
 
 json_tree compose_limits(const std::string &device, const cJSON *wanted)
 {

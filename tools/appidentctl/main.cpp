@@ -7,6 +7,8 @@
 #include <stdio.h>
 #include <string.h>
 
+namespace {
+
 enum operand { no_device, maybe_device, one_device };
 
 struct command {
@@ -19,11 +21,11 @@ struct command {
     const char *help;
 };
 
-static constexpr u32 common_options = option_bit(option_socket) | option_bit(option_timeout) | option_bit(option_json) |
-                                      option_bit(option_settings) | option_bit(option_counters) | option_bit(option_help) |
-                                      option_bit(option_version);
+constexpr u32 common_options = option_bit(option_socket) | option_bit(option_timeout) | option_bit(option_json) |
+                               option_bit(option_settings) | option_bit(option_counters) | option_bit(option_help) |
+                               option_bit(option_version);
 
-static constexpr command commands[] = {
+constexpr command commands[] = {
     {"apps", maybe_device, option_bit(option_all) | option_bit(option_devices) | option_bit(option_rom), run_apps,
      "MAC [--rom] | --all [--rom] | --devices MAC,MAC... [--rom]", "what devices use right now",
      "  --all           every device that the roster says is on line\n"
@@ -51,14 +53,14 @@ static constexpr command commands[] = {
      "  --log FILE      the daemon's log (/tmp/appident.log)\n"},
 };
 
-static constexpr const char common_help[] = "  --json          JSON for programs instead of a table for people\n"
-                                            "  --socket PATH   the daemon's request socket (/tmp/.appident.ipc)\n"
-                                            "  --timeout S     seconds to wait for an answer, fractions allowed (3)\n"
-                                            "  --settings FILE the platform settings (/etc/appident/platform.json)\n"
-                                            "  --counters FILE the daemon's counters (/tmp/.appident.counters)\n"
-                                            "  --help, --version\n";
+constexpr const char common_help[] = "  --json          JSON for programs instead of a table for people\n"
+                                     "  --socket PATH   the daemon's request socket (/tmp/.appident.ipc)\n"
+                                     "  --timeout S     seconds to wait for an answer, fractions allowed (3)\n"
+                                     "  --settings FILE the platform settings (/etc/appident/platform.json)\n"
+                                     "  --counters FILE the daemon's counters (/tmp/.appident.counters)\n"
+                                     "  --help, --version\n";
 
-static const command *find_command(const char *name)
+const command *find_command(const char *name)
 {
     for (const command &one : commands)
         if (name && strcmp(one.name, name) == 0)
@@ -66,7 +68,7 @@ static const command *find_command(const char *name)
     return nullptr;
 }
 
-static void print_help(const command *about)
+void print_help(const command *about)
 {
     if (about) {
         printf("Usage: appidentctl %s%s%s\n%s.\n\n%s%s", about->name, *about->synopsis ? " " : "", about->synopsis,
@@ -81,7 +83,7 @@ static void print_help(const command *about)
            common_help);
 }
 
-static int check_options(const command_line &line, const command &about)
+int check_options(const command_line &line, const command &about)
 {
     u32 strange = given_options(line) & ~(about.options | common_options);
     for (unsigned int id = 0; id < option_end; id++)
@@ -94,6 +96,8 @@ static int check_options(const command_line &line, const command &about)
         return usage_error(line, "%s needs the MAC of a device", about.name);
     return exit_done;
 }
+
+} // namespace
 
 int main(int argc, char **argv)
 {

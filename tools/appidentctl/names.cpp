@@ -60,7 +60,9 @@ std::string device_label(const names &known, const std::string &device)
     return entry && !entry->name.empty() ? device + "  " + entry->name : device;
 }
 
-static void read_catalogue(const std::string &path, names *known)
+namespace {
+
+void read_catalogue(const std::string &path, names *known)
 {
     json_tree root = read_json(path);
     const cJSON *app = nullptr;
@@ -70,7 +72,7 @@ static void read_catalogue(const std::string &path, names *known)
     }
 }
 
-static void read_roster(const std::string &path, names *known)
+void read_roster(const std::string &path, names *known)
 {
     json_tree root = read_json(path);
     const cJSON *entries = cJSON_GetObjectItem(root.get(), "devices");
@@ -83,6 +85,8 @@ static void read_roster(const std::string &path, names *known)
                                       !cJSON_IsFalse(cJSON_GetObjectItem(entry, "online"))});
     }
 }
+
+} // namespace
 
 names read_names(const places &where)
 {

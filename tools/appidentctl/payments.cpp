@@ -9,12 +9,14 @@
 #include <stdio.h>
 #include <string.h>
 
+namespace {
+
 struct switch_row {
     const char *key;
     const char *meaning;
     u32 appident_payment_notify_st::*field;
 };
-static constexpr switch_row switch_rows[] = {
+constexpr switch_row switch_rows[] = {
     {"enable", "payment alerts as a whole", &appident_payment_notify_st::enable},
     {"weixin", "WeChat Pay", &appident_payment_notify_st::weixin},
     {"alipay", "Alipay", &appident_payment_notify_st::alipay},
@@ -23,7 +25,7 @@ static constexpr switch_row switch_rows[] = {
 };
 enum set_action : unsigned int { set_as_given = 1, set_all_off = 3 };
 
-static appident_payment_notify_st all_switches(const std::string &device, u32 state)
+appident_payment_notify_st all_switches(const std::string &device, u32 state)
 {
     appident_payment_notify_st switches = {};
     snprintf(switches.mac, sizeof(switches.mac), "%s", device.c_str());
@@ -32,7 +34,7 @@ static appident_payment_notify_st all_switches(const std::string &device, u32 st
     return switches;
 }
 
-static int call_with(const call &what, unsigned int id, unsigned int action, appident_payment_notify_st *switches)
+int call_with(const call &what, unsigned int id, unsigned int action, appident_payment_notify_st *switches)
 {
     client_request request = {};
     request.id = id;
@@ -42,7 +44,7 @@ static int call_with(const call &what, unsigned int id, unsigned int action, app
     return ask(what.where, request, &answer);
 }
 
-static void print_switches(const call &what, const appident_payment_notify_st &switches)
+void print_switches(const call &what, const appident_payment_notify_st &switches)
 {
     if (given(what.line, option_json)) {
         printf("{\"device\":\"%s\"", what.device.c_str());
@@ -58,7 +60,7 @@ static void print_switches(const call &what, const appident_payment_notify_st &s
 }
 
 // "weixin=on,alipay=off" into the switches; false when a piece is neither.
-static bool read_switches(const char *text, appident_payment_notify_st *switches)
+bool read_switches(const char *text, appident_payment_notify_st *switches)
 {
     for (const std::string &piece : split(text, ',')) {
         size_t equals = piece.find('=');
@@ -76,7 +78,7 @@ static bool read_switches(const char *text, appident_payment_notify_st *switches
 }
 
 // Stores and reads back: the daemon reports success even where it stores nothing.
-static int store(const call &what, unsigned int action, appident_payment_notify_st wanted)
+int store(const call &what, unsigned int action, appident_payment_notify_st wanted)
 {
     int code = call_with(what, APPIDENT_SET_PAYMENT_CONFIG, action, &wanted);
     if (code == exit_refused)
@@ -96,6 +98,8 @@ static int store(const call &what, unsigned int action, appident_payment_notify_
           stderr);
     return exit_refused;
 }
+
+} // namespace
 
 int run_payments(const call &what)
 {

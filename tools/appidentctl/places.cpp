@@ -7,14 +7,18 @@
 
 #include <stdlib.h>
 
-static constexpr const char *default_socket = "/tmp/.appident.ipc";
-static constexpr const char *default_log = "/tmp/appident.log";
-static constexpr int default_timeout_ms = 3000;
+namespace {
 
-static std::string option_or(const command_line &line, option_id id, const char *otherwise)
+constexpr const char *default_socket = "/tmp/.appident.ipc";
+constexpr const char *default_log = "/tmp/appident.log";
+constexpr int default_timeout_ms = 3000;
+
+std::string option_or(const command_line &line, option_id id, const char *otherwise)
 {
     return line.value[id] ? line.value[id] : otherwise;
 }
+
+} // namespace
 
 bool find_places(const command_line &line, places *found)
 {

@@ -12,24 +12,26 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-static std::string minutes_text(double minutes)
+namespace {
+
+std::string minutes_text(double minutes)
 {
     return std::to_string(static_cast<long>(minutes)) + " min";
 }
 
-static std::string status_detail(const cJSON *data)
+std::string status_detail(const cJSON *data)
 {
     int status = static_cast<int>(json_number(data, "app_status", -1));
     return status == 0 ? "ended" : status == 1 ? "begun" : "status " + std::to_string(status);
 }
 
-static std::string history_detail(const cJSON *data)
+std::string history_detail(const cJSON *data)
 {
     return minutes_text(json_number(data, "sumtime", 0) / 60) + ", " + json_text(data, "up_traffic") + " bytes up, " +
            json_text(data, "down_traffic") + " down";
 }
 
-static std::string payment_detail(const cJSON *data)
+std::string payment_detail(const cJSON *data)
 {
     constexpr const char *services[] = {"of an unknown kind", "with Alipay", "with WeChat Pay", "with QQ Pay",
                                         "with Apple Pay"};
@@ -38,22 +40,22 @@ static std::string payment_detail(const cJSON *data)
            json_text(data, "ruleid");
 }
 
-static std::string limit_detail(const cJSON *data)
+std::string limit_detail(const cJSON *data)
 {
     return "class " + json_text(data, "class_type") + " used for " + minutes_text(json_number(data, "use_time", 0)) + " today";
 }
 
-static std::string eyes_detail(const cJSON *data)
+std::string eyes_detail(const cJSON *data)
 {
     return minutes_text(json_number(data, "times", 0) / 60) + " without a break";
 }
 
-static std::string first_use_detail(const cJSON *)
+std::string first_use_detail(const cJSON *)
 {
     return "in use";
 }
 
-static std::string presence_detail(const cJSON *data)
+std::string presence_detail(const cJSON *data)
 {
     return json_text(data, "status") + ", " + minutes_text(json_number(data, "sumtime", 0));
 }
@@ -63,13 +65,13 @@ struct push_kind {
     const char *name;
     std::string (*detail)(const cJSON *data);
 };
-static constexpr push_kind push_kinds[] = {
+constexpr push_kind push_kinds[] = {
     {0, "status", status_detail},        {1008, "history", history_detail}, {1012, "payment", payment_detail},
     {1015, "limit", limit_detail},       {1021, "eyes", eyes_detail},       {1022, "first use", first_use_detail},
     {1023, "presence", presence_detail},
 };
 
-static void print_push(const names &known, const cJSON *push, const cJSON *data)
+void print_push(const names &known, const cJSON *push, const cJSON *data)
 {
     int code = static_cast<int>(json_number(push, "code", -1));
     const push_kind *kind = nullptr;
@@ -84,7 +86,7 @@ static void print_push(const names &known, const cJSON *push, const cJSON *data)
 }
 
 // One line of the spool or the stream; what does not parse is passed over.
-static void print_line(const call &what, const names &known, const std::string &line)
+void print_line(const call &what, const names &known, const std::string &line)
 {
     if (given(what.line, option_json)) {
         puts(line.c_str());
@@ -104,7 +106,7 @@ static void print_line(const call &what, const names &known, const std::string &
 }
 
 // Prints the whole lines of what has come and leaves the rest.
-static void print_lines(const call &what, const names &known, std::string *text)
+void print_lines(const call &what, const names &known, std::string *text)
 {
     size_t begin = 0;
     for (size_t end = 0; (end = text->find('\n', begin)) != std::string::npos; begin = end + 1)
@@ -112,7 +114,7 @@ static void print_lines(const call &what, const names &known, std::string *text)
     text->erase(0, begin);
 }
 
-static int print_spool(const call &what)
+int print_spool(const call &what)
 {
     std::string text;
     bool older = read_file(what.where.push_spool + ".1", &text);
@@ -124,7 +126,7 @@ static int print_spool(const call &what)
     return exit_done;
 }
 
-static int follow(const call &what)
+int follow(const call &what)
 {
     const std::string &path = what.where.push_socket;
     sockaddr_un address = {};
@@ -147,6 +149,8 @@ static int follow(const call &what)
     fputs("appidentctl: the daemon closed the stream of pushes: it ended, or turned us away, or we were too slow\n", stderr);
     return exit_unreachable;
 }
+
+} // namespace
 
 int run_pushes(const call &what)
 {

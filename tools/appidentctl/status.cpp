@@ -9,11 +9,13 @@
 #include <stdio.h>
 #include <string.h>
 
-static constexpr counter_about daemon_counters[] = {APPIDENT_COUNTERS(COUNTER_ABOUT)};
-static constexpr counter_about platform_counters[] = {PLATFORM_COUNTERS(COUNTER_ABOUT)};
+namespace {
+
+constexpr counter_about daemon_counters[] = {APPIDENT_COUNTERS(COUNTER_ABOUT)};
+constexpr counter_about platform_counters[] = {PLATFORM_COUNTERS(COUNTER_ABOUT)};
 
 // Null for a counter of another release.
-template <size_t size> static const counter_about *find_about(const counter_about (&list)[size], const char *name)
+template <size_t size> const counter_about *find_about(const counter_about (&list)[size], const char *name)
 {
     for (const counter_about &one : list)
         if (strcmp(one.name, name) == 0)
@@ -21,14 +23,14 @@ template <size_t size> static const counter_about *find_about(const counter_abou
     return nullptr;
 }
 
-static std::string shown_value(counter_kind kind, u32 value)
+std::string shown_value(counter_kind kind, u32 value)
 {
     if (kind != counter_kind::instant)
         return std::to_string(value);
     return value ? time_text(value) : "never";
 }
 
-template <size_t size> static void print_page(const char *title, const counters &page, const counter_about (&list)[size])
+template <size_t size> void print_page(const char *title, const counters &page, const counter_about (&list)[size])
 {
     printf("\n%s\n", title);
     if (!page.found) {
@@ -47,7 +49,7 @@ template <size_t size> static void print_page(const char *title, const counters 
     print_table(table);
 }
 
-static cJSON *page_json(const std::string &path, const counters &page)
+cJSON *page_json(const std::string &path, const counters &page)
 {
     cJSON *object = cJSON_CreateObject();
     cJSON_AddStringToObject(object, "path", path.c_str());
@@ -58,7 +60,7 @@ static cJSON *page_json(const std::string &path, const counters &page)
     return object;
 }
 
-static void print_json(const call &what, daemon_state state, const counters &own, const counters &platform)
+void print_json(const call &what, daemon_state state, const counters &own, const counters &platform)
 {
     json_tree root(cJSON_CreateObject());
     cJSON_AddStringToObject(root.get(), "state", state_name(state));
@@ -67,6 +69,8 @@ static void print_json(const call &what, daemon_state state, const counters &own
     heap_text text(cJSON_PrintUnformatted(root.get()));
     puts(text.get());
 }
+
+} // namespace
 
 int run_status(const call &what)
 {

@@ -4,10 +4,14 @@
 #include <stdio.h>
 #include <string.h>
 
-static size_t width_of(const std::string &text)
+namespace {
+
+size_t width_of(const std::string &text)
 {
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
 }
+
+} // namespace
 
 std::string printable(const std::string &text)
 {
