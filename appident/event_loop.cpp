@@ -181,13 +181,15 @@ void serve_events(int traffic_fd, igd_netlink_handler *messages, int request_fd)
     set_counter(counter_serving, 1);
     wait_set set = {};
     for (;;) {
+        show_counters();
         FD_ZERO(&set.readable);
         add(set, traffic_fd);
         add(set, messages->sock_fd);
         add(set, request_fd);
         timeval timeout = {wait_seconds, 0};
-        if (select(set.highest + 1, &set.readable, nullptr, nullptr, &timeout) < 0)
-            continue; // the set says nothing then
+        // After any other failure the set still holds all three; the first of them then gets its read.
+        if (select(set.highest + 1, &set.readable, nullptr, nullptr, &timeout) < 0 && (errno == EINTR || errno == EAGAIN))
+            continue;
         note_lost_messages(traffic_fd);
         // One of the three, in this order, on purpose: a steady stream of traffic delays events and requests.
         if (is_ready(set, traffic_fd))

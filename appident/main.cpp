@@ -27,7 +27,6 @@ void sig_handler(int)
 
 int main(void)
 {
-    counters_init();
     int request_fd = nt_ipcserver_init2(request_socket_path, cgi_event_handler);
     for (int signum : ending_signals)
         signal(signum, sig_handler);
@@ -37,6 +36,7 @@ int main(void)
     int traffic_fd = open_traffic_socket();
     if (traffic_fd < 0)
         return -1;
+    counters_init(); // only now: an instance that may not start leaves the page to the one that runs
     url_check_init();
     if (plugin_common_init() != 0)
         return -1;

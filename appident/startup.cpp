@@ -11,14 +11,11 @@ namespace {
 
 constexpr unsigned service_start_seconds = 20;
 
-// Nobody waits for a thread's end.
+// Nobody waits for a thread's end, and none is detached: its id may be unset where another pthread_create stands in.
 bool start_thread(void *(*body)(void *))
 {
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, body, nullptr) != 0)
-        return false;
-    pthread_detach(thread);
-    return true;
+    return pthread_create(&thread, nullptr, body, nullptr) == 0;
 }
 
 } // namespace

@@ -201,6 +201,8 @@ void start_daemon_parts()
 
 u32 tracked_hits()
 {
+    usleep(300 * 1000); // the loop has shown its counters by then, or they may be shown now
+    show_counters();
     counter_reading readings[counter_end];
     u32 owner;
     return counter_page_read(counters_path, readings, counter_end, &owner) == counter_end ? readings[counter_hits_tracked].value

@@ -5,56 +5,59 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr u32 most_counters = 256;
 
-// A slot as the file holds it.
-struct stored_slot {
-    char name[sizeof(counter_slot::name)];
-    u32 value;
-};
-static_assert(sizeof(stored_slot) == sizeof(counter_slot), "a counter on file is 32 bytes");
-
 struct stored_page {
     counter_page_header header;
-    stored_slot slots[most_counters];
+    counter_slot slots[most_counters];
 };
 
 size_t page_size(u32 count)
 {
-    return sizeof(counter_page_header) + count * sizeof(stored_slot);
+    return sizeof(counter_page_header) + count * sizeof(counter_slot);
+}
+
+bool write_page(int fd, const counter_page &page)
+{
+    stored_page stored = {};
+    stored.header = {counter_page_magic, counter_page_version, page.count, static_cast<u32>(getpid())};
+    for (u32 i = 0; i < page.count && i < most_counters; ++i) {
+        snprintf(stored.slots[i].name, sizeof(stored.slots[i].name), "%s", page.names[i]);
+        stored.slots[i].value = page.values[i].load(std::memory_order_relaxed);
+    }
+    size_t size = page_size(page.count);
+    return pwrite(fd, &stored, size, 0) == static_cast<ssize_t>(size);
 }
 
 } // namespace
 
-counter_slot *counter_page_create(const char *path, const char *const *names, u32 count)
+int counter_page_create(const char *path, const counter_page &page)
 {
-    heap_ptr<stored_page> page(static_cast<stored_page *>(calloc(1, sizeof(stored_page))));
-    if (!page || count > most_counters)
-        return nullptr;
-    page->header = {counter_page_magic, counter_page_version, count, static_cast<u32>(getpid())};
-    for (u32 i = 0; i < count; ++i)
-        snprintf(page->slots[i].name, sizeof(page->slots[i].name), "%s", names[i]);
-    // Everybody may be allowed to write in the directory: a link or a file that another user made there must never be written
-    // to.
-    unlink(path);
-    fd_guard fd(open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    // Everybody may be allowed to write in the directory: the file is made beside, and replaces a link or a file that another
+    // user made there, which is never written to.
+    char beside[256];
+    int length = snprintf(beside, sizeof(beside), "%s.XXXXXX", path);
+    if (page.count > most_counters || length < 0 || static_cast<size_t>(length) >= sizeof(beside))
+        return -1;
+    fd_guard fd(mkostemp(beside, O_CLOEXEC));
     if (fd.get() < 0)
-        return nullptr;
-    // Every byte is written now: a full disk fails here, and not with a signal at the first count.
-    size_t size = page_size(count);
-    void *mapped = MAP_FAILED;
-    if (write(fd.get(), page.get(), size) == static_cast<ssize_t>(size) && fchmod(fd.get(), 0644) == 0)
-        mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
-    if (mapped == MAP_FAILED) {
-        unlink(path);
-        return nullptr;
+        return -1;
+    if (!write_page(fd.get(), page) || fchmod(fd.get(), 0640) != 0 || rename(beside, path) != 0) {
+        unlink(beside);
+        return -1;
     }
-    return reinterpret_cast<counter_slot *>(static_cast<char *>(mapped) + sizeof(counter_page_header));
+    return fd.release();
+}
+
+void counter_page_write(const counter_page &page)
+{
+    // What cannot be written now, on a full disk perhaps, is written the next time.
+    if (page.fd >= 0)
+        write_page(page.fd, page);
 }
 
 int counter_page_read(const char *path, counter_reading *out, int capacity, u32 *owner)
@@ -73,7 +76,7 @@ int counter_page_read(const char *path, counter_reading *out, int capacity, u32 
         *owner = header.owner;
     int filled = 0;
     for (u32 i = 0; i < header.count && filled < capacity; ++i, ++filled) {
-        memcpy(out[filled].name, page->slots[i].name, sizeof(stored_slot::name));
+        memcpy(out[filled].name, page->slots[i].name, sizeof(counter_slot::name));
         out[filled].name[sizeof(out[filled].name) - 1] = 0;
         out[filled].value = page->slots[i].value;
     }

@@ -43,10 +43,12 @@ constexpr const char *counters_path = "/tmp/.appident.counters";
 enum counter : u32 { APPIDENT_COUNTERS(COUNTER_ID) counter_end };
 #undef COUNTER_ID
 
-// Makes the page; counting works before and without it.
+// Makes the page, once, before there are threads; counting works before and without it.
 void counters_init(void);
 void count(counter which, u32 by = 1);
 // For the counters that hold a state or a time.
 void set_counter(counter which, u32 value);
+// Copies them to the page, a few times a second at most: the loop does so before it waits, and each pass at its end.
+void show_counters(void);
 
 #endif

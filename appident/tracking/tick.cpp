@@ -35,6 +35,7 @@ struct local_time {
 local_time local_time_of(time_t now)
 {
     tm local;
+    tzset(); // the zone may be set while the daemon runs
     if (!localtime_r(&now, &local))
         return {-1, -1};
     return {local.tm_hour, local.tm_min};
@@ -162,6 +163,7 @@ void run_tick(tick_state &state)
     refresh_catalogue(state, now);
     report_and_check_clock(state, now);
     count(counter_ticks);
+    show_counters();
 }
 
 void *app_ident_thread(void *)

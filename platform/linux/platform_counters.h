@@ -1,6 +1,6 @@
 // How much the platform library took in, and one counter for each reason to drop something: runtime_dir/platform.counters.
 //
-// One relaxed atomic addition, from any thread.
+// An atomic addition, from any thread; a worker copies them to the page within a quarter of a second.
 #ifndef PLATFORM_LINUX_PLATFORM_COUNTERS_H
 #define PLATFORM_LINUX_PLATFORM_COUNTERS_H
 

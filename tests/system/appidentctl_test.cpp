@@ -101,13 +101,15 @@ int serve(unsigned int id, void *pa, void *pb, void *pc)
 const char *const counter_names[] = {"serving",      "started_uptime", "traffic_messages", "traffic_undecodable",
                                      "traffic_lost", "hits_tracked",   "hits_unknown_mac", "last_hit_time",
                                      "pushes",       "last_push_time", "app_table_full",   "a_new_one"};
-counter_slot *slots;
+std::atomic<u32> values[std::size(counter_names)];
+counter_page page = {counter_names, values, std::size(counter_names), -1};
 
 void set(const char *name, u32 value)
 {
     for (size_t i = 0; i < std::size(counter_names); i++)
         if (strcmp(counter_names[i], name) == 0)
-            slots[i].value = value;
+            values[i] = value;
+    counter_page_write(page);
 }
 
 class tool : public testing::Test {
@@ -118,8 +120,10 @@ protected:
         script.role = 1;
         script.limits = script.asked = "";
         script.switches = {};
-        slots = counter_page_create((home + "/counters").c_str(), counter_names, std::size(counter_names));
-        ASSERT_TRUE(slots);
+        for (std::atomic<u32> &value : values)
+            value = 0;
+        page.fd = counter_page_create((home + "/counters").c_str(), page);
+        ASSERT_GE(page.fd, 0);
         set("serving", 1);
         write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":1,"name":"Ann"},
             {"mac":"AA-00-00-00-00-02","role":2,"name":"Bob","online":false}]})");
@@ -266,7 +270,7 @@ TEST_F(tool, shows_every_counter)
         EXPECT_NE(table.find(words), std::string::npos) << words << table;
     pid_t child = fork();
     if (child == 0) {
-        counter_page_create((home + "/counters").c_str(), counter_names, std::size(counter_names));
+        counter_page_create((home + "/counters").c_str(), page);
         _exit(0);
     }
     waitpid(child, nullptr, 0);

@@ -28,6 +28,7 @@ std::string why_not;
 
 u32 counted(counter which)
 {
+    show_counters();
     counter_reading readings[counter_end] = {};
     u32 owner = 0;
     counter_page_read(counters_path, readings, counter_end, &owner);

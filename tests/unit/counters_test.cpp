@@ -7,14 +7,15 @@
 
 namespace {
 
-// The page of this program: what counters_init would write to a file.
-counter_slot page[counter_end];
-std::vector<std::string> page_names;
+// What counters_init would write to a file.
+const counter_page *page = nullptr;
 
 u32 counted(const std::string &name)
 {
-    size_t place = static_cast<size_t>(std::find(page_names.begin(), page_names.end(), name) - page_names.begin());
-    return place < page_names.size() ? page[place].value.load() : 0xDEAD;
+    for (u32 i = 0; page && i < page->count; ++i)
+        if (name == page->names[i])
+            return page->values[i];
+    return 0xDEAD;
 }
 
 class counters : public household {
@@ -139,8 +140,10 @@ TEST_F(counters, of_the_platform_library_mean_what_their_names_say)
 
 } // namespace
 
-counter_slot *counter_page_create(const char *, const char *const *names, u32 count)
+int counter_page_create(const char *, const counter_page &shown)
 {
-    page_names.assign(names, names + count);
-    return page;
+    page = &shown;
+    return -1;
 }
+
+void counter_page_write(const counter_page &) {}

@@ -8,8 +8,11 @@
 #include <fstream>
 #include <iterator>
 #include <linux/netlink.h>
+#include <linux/sockios.h>
 #include <memory>
+#include <signal.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -150,6 +153,28 @@ TEST_F(messages, traffic_goes_before_events_and_these_before_requests)
     int status = -1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
+}
+
+// A descriptor that is no longer open fails every wait, and what has come is served all the same.
+TEST_F(messages, a_failed_wait_does_not_stop_the_loop)
+{
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
+    const int closed = dup(ends[0]);
+    close(closed);
+    pid_t child = fork();
+    if (child == 0) {
+        igd_netlink_handler channel = {};
+        channel.sock_fd = closed;
+        serve_events(ends[1], &channel, -1);
+    }
+    ASSERT_EQ(send(ends[0], "", 1, 0), 1);
+    int waiting = 1;
+    for (int i = 0; i < 500 && waiting > 0; ++i, usleep(10000))
+        ioctl(ends[0], SIOCOUTQ, &waiting);
+    EXPECT_EQ(waiting, 0) << "nobody has read it";
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
 }
 
 TEST_F(messages, mac_texts_and_lan_settings)

@@ -38,7 +38,7 @@ TEST(device_services, answer_from_the_roster_and_the_catalogue_as_they_are_now)
     for (const char *query : {"mac=AA-00-00-00-00-02", "mac=AA-00-00-00-00-09", "mac="})
         EXPECT_EQ(ask_service(online, query), data(""));
     EXPECT_EQ(ask_service(offline, ""), data(R"({"mac":"AA-00-00-00-00-02","role":"0"})"));
-    EXPECT_EQ(counter_of("roster_entries_refused"), 2u);
+    EXPECT_TRUE(counts("roster_entries_refused", 2u));
     nos_hostname_cfg names = {};
     memcpy(names.mac, tablet, 6);
     EXPECT_EQ(nos_hostname_action(&names), 0);
@@ -52,7 +52,7 @@ TEST(device_services, answer_from_the_roster_and_the_catalogue_as_they_are_now)
         write_file("state/roster.json", bad);
         ask_service(offline, "");
         EXPECT_NE(ask_service(offline, "").find("AA-00-00-00-00-02"), std::string::npos);
-        EXPECT_EQ(counter_of("roster_unreadable"), ++unreadable);
+        EXPECT_TRUE(counts("roster_unreadable", ++unreadable));
     }
     write_file("state/roster.json", R"({"devices":[]})");
     EXPECT_EQ(ask_service(offline, ""), data(""));

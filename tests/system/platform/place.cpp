@@ -46,6 +46,11 @@ u32 counter_of(const std::string &name)
     return 0;
 }
 
+bool counts(const std::string &name, u64 wanted)
+{
+    return comes_true([&] { return counter_of(name) == wanted; });
+}
+
 int connect_to(const std::string &path, int type)
 {
     int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);

@@ -20,7 +20,10 @@ extern bool own_network;
 void write_file(const std::string &name, const std::string &text);
 std::string read_file(const std::string &name);
 mode_t mode_of(const std::string &path);
+// What the page shows now; a count appears there within a quarter of a second.
 u32 counter_of(const std::string &name);
+// Whether it comes to show exactly that.
+bool counts(const std::string &name, u64 wanted);
 // A client of a Unix socket, -1 when nobody listens.
 int connect_to(const std::string &path, int type);
 // In a child that is nobody in the given groups; its exit code, 99 when that cannot be.

@@ -64,8 +64,8 @@ TEST(push_outlet, reaches_the_spool_and_every_subscriber_and_nobody_waits)
     for (int i = 0; i < 2000; ++i)
         accepted += new_push_msg(1008, large.c_str(), 0) == 0;
     EXPECT_EQ(new_push_msg(1008, std::string(100000, '1').c_str(), 0), -1);
-    EXPECT_EQ(counter_of("pushes_accepted"), accepted);
-    EXPECT_EQ(counter_of("pushes_dropped"), 2004 - accepted);
+    EXPECT_TRUE(counts("pushes_accepted", accepted));
+    EXPECT_TRUE(counts("pushes_dropped", 2004 - accepted));
     EXPECT_TRUE(comes_true([] { return counter_of("subscribers_dropped") == 2; }));
     EXPECT_TRUE(comes_true([] { return new_push_msg(1008, "\"the last\"", 0) == 0; }));
     EXPECT_TRUE(comes_true([] { return read_file("run/pushes.jsonl").find("the last") != std::string::npos; }));
@@ -73,10 +73,10 @@ TEST(push_outlet, reaches_the_spool_and_every_subscriber_and_nobody_waits)
     std::string spooled = read_file("run/pushes.jsonl");
     auto [of, number] = run_and_seq(spooled.substr(spooled.rfind('{')));
     EXPECT_EQ(of, run);
-    EXPECT_EQ(number, counter_of("pushes_accepted") + counter_of("pushes_dropped"));
+    EXPECT_TRUE(comes_true([&, seq = number] { return counter_of("pushes_accepted") + counter_of("pushes_dropped") == seq; }));
     for (const char *name : {"run/pushes.jsonl", "run/pushes.jsonl.1"})
         EXPECT_LE(std::filesystem::file_size(home + name), 8192u) << name;
-    EXPECT_EQ(counter_of("spool_failed"), 0u);
+    EXPECT_TRUE(counts("spool_failed", 0u));
 }
 
 } // namespace

@@ -30,10 +30,10 @@ TEST(router_messages, are_taken_byte_for_byte_from_root_only)
     EXPECT_EQ(memcmp(buffer, &event, sizeof event), 0);
     ASSERT_EQ(send_event(), 0);
     EXPECT_EQ(nlk_msg_recv(&channel, buffer, 40), -1);
-    EXPECT_EQ(counter_of("router_truncated"), 1u);
+    EXPECT_TRUE(counts("router_truncated", 1u));
     if (as_nobody({}, send_event) == 0) {
         EXPECT_EQ(nlk_msg_recv(&channel, buffer, sizeof buffer), -1);
-        EXPECT_EQ(counter_of("router_foreign"), 1u);
+        EXPECT_TRUE(counts("router_foreign", 1u));
     }
     close(channel.sock_fd);
 }

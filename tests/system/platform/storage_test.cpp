@@ -31,10 +31,20 @@ TEST(storage, is_made_when_missing_and_reads_within_bounds)
     write_file("precious", "kept");
     std::filesystem::create_symlink(home + "precious", home + "page");
     EXPECT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), -1);
-    ASSERT_TRUE(counter_page_create((home + "page").c_str(), names, 1));
+    std::atomic<u32> values[] = {7};
+    const counter_page page = {names, values, 1, counter_page_create((home + "page").c_str(), {names, values, 1, -1})};
+    ASSERT_GE(page.fd, 0);
+    EXPECT_EQ(mode_of(home + "page"), 0640u);
     ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), 1);
     EXPECT_STREQ(read[0].name, "a name longer than a slot h");
     EXPECT_EQ(read_file("precious"), "kept");
+    // Cut short by somebody, it is whole again with the next copy.
+    std::filesystem::resize_file(home + "page", 0);
+    values[0] = 8;
+    EXPECT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), -1);
+    counter_page_write(page);
+    ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), 1);
+    EXPECT_EQ(read[0].value, 8u);
 }
 
 } // namespace
