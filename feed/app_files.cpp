@@ -1,0 +1,56 @@
+#include "feed/app_files.h"
+
+#include <stdio.h>
+
+// Of the generated file: catalogue/apps.conf as it was at build time.
+extern const char *const built_in_apps;
+
+namespace {
+
+constexpr size_t most_complaints_told = 20;
+
+struct stat look_at(const std::string &path)
+{
+    struct stat about {};
+    if (stat(path.c_str(), &about) != 0)
+        about = {};
+    return about;
+}
+
+bool is_same(const struct stat &a, const struct stat &b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+           a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+} // namespace
+
+app_files::app_files(std::string installed, std::string additions)
+    : is_named(!installed.empty()), files{{is_named ? std::move(installed) : INSTALLED_APPS, {}}, {std::move(additions), {}}}
+{
+}
+
+bool app_files::read(app_catalogue *out)
+{
+    *out = {};
+    std::vector<std::string> complaints;
+    for (seen_file &file : files)
+        file.about = look_at(file.path);
+    bool has_installed = read_apps(files[0].path, out, &complaints);
+    if (!has_installed && !is_named)
+        read_apps_text("built-in apps.conf", built_in_apps, out, &complaints);
+    read_apps(files[1].path, out, &complaints);
+    for (size_t i = 0; i < complaints.size() && i < most_complaints_told; i++)
+        fprintf(stderr, "appident-feed: %s; line skipped\n", complaints[i].c_str());
+    if (complaints.size() > most_complaints_told)
+        fprintf(stderr, "appident-feed: %zu more lines skipped\n", complaints.size() - most_complaints_told);
+    return (has_installed || !is_named) && !out->apps.empty();
+}
+
+bool app_files::have_changed() const
+{
+    for (const seen_file &file : files)
+        if (!is_same(file.about, look_at(file.path)))
+            return true;
+    return false;
+}

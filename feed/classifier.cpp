@@ -1,0 +1,247 @@
+#include "feed/classifier.h"
+
+#include <algorithm>
+#include <string.h>
+
+namespace {
+
+constexpr uint16_t dns_port = 53;
+constexpr uint16_t first_client_port = 1024;
+
+mac_address mac_of(const packet &from)
+{
+    mac_address mac;
+    memcpy(mac.data(), from.mac, mac.size());
+    return mac;
+}
+
+bool opens_connection(const ip_packet &ip)
+{
+    return ip.protocol == protocol_tcp && (ip.tcp_flags & (tcp_syn | tcp_ack)) == tcp_syn;
+}
+
+} // namespace
+
+classifier::classifier(const classifier_options &chosen, app_catalogue catalogue, hit_sink on_hit, flow_sink on_flow)
+    : options(chosen), hits(std::move(on_hit)), flow_reports(std::move(on_flow)), devices(chosen.most_devices),
+      flows(chosen.most_flows), names(chosen.most_dns_names)
+{
+    set_catalogue(std::move(catalogue));
+}
+
+void classifier::set_catalogue(app_catalogue fresh)
+{
+    apps = std::move(fresh);
+    dpi.set_catalogue(apps);
+}
+
+// Of two outside addresses: a device met before, or the client.
+classifier::direction classifier::guess_direction(const ip_packet &ip, const packet &from)
+{
+    if (devices.find(ip.source))
+        return direction::up;
+    if (devices.find(ip.destination))
+        return direction::down;
+    if (opens_connection(ip))
+        return direction::up;
+    bool source_is_client = ip.source_port >= first_client_port;
+    bool destination_is_client = ip.destination_port >= first_client_port;
+    if (source_is_client != destination_is_client)
+        return source_is_client ? direction::up : direction::down;
+    feed_device *sender = from.has_mac ? devices.by_link(mac_of(from)) : nullptr;
+    return sender && !sender->is_router ? direction::up : direction::foreign;
+}
+
+classifier::direction classifier::direction_of(const ip_packet &ip, const packet &from)
+{
+    if (is_special(ip.source) || is_special(ip.destination))
+        return direction::local;
+    bool from_lan = contains(options.lan, ip.source);
+    bool to_lan = contains(options.lan, ip.destination);
+    if (from_lan && to_lan)
+        return direction::local;
+    if (from_lan || to_lan)
+        return from_lan ? direction::up : direction::down;
+    if (ip.source.family != 6 || !options.guess_ipv6_device)
+        return direction::foreign;
+    return guess_direction(ip, from);
+}
+
+void classifier::learn_link(const ip_packet &ip, const packet &from, direction way)
+{
+    if (way == direction::up || (way == direction::local && contains(options.lan, ip.source)))
+        devices.learn_mac(device_for(ip.source, from.time_us), mac_of(from));
+    else if (way == direction::down)
+        if (feed_device *router = devices.by_link(mac_of(from)))
+            router->is_router = true;
+}
+
+feed_device *classifier::device_for(const ip_address &address, uint64_t time_us)
+{
+    feed_device *device = devices.get(address);
+    if (!device) {
+        counts[feed_device_table_full]++;
+        forget_device(devices.oldest());
+        device = devices.get(address);
+    }
+    device->last_us = time_us;
+    return device;
+}
+
+void classifier::forget_device(feed_device *device)
+{
+    while (flow *one = flows.at(device->oldest_flow))
+        drop_flow(one);
+    devices.remove(device);
+}
+
+// The device with the most connections gives up its oldest, closed ones first.
+void classifier::make_place(feed_device *for_device)
+{
+    feed_device *busiest = for_device;
+    for (feed_device &device : devices.all)
+        if (device.flows > busiest->flows)
+            busiest = &device;
+    counts[feed_flow_table_full]++;
+    drop_flow(flows.at(busiest->oldest_flow));
+}
+
+flow *classifier::new_flow(const flow_key &key, feed_device *device, uint64_t time_us)
+{
+    flow *one = flows.add(key, device);
+    if (!one) {
+        make_place(device);
+        one = flows.add(key, device);
+    }
+    one->first_us = one->last_us = time_us;
+    counts[feed_flows]++;
+    return one;
+}
+
+flow *classifier::flow_for(const flow_key &key, feed_device *device, const ip_packet &ip, direction way, uint64_t time_us)
+{
+    flow *one = flows.find(key);
+    // The same ends again: another connection, unless it is the first packet once more.
+    bool again = one && opens_connection(ip) && (one->closed != 0 || one->is_answered);
+    if (again) {
+        drop_flow(one);
+        one = nullptr;
+    }
+    if (!one) {
+        one = new_flow(key, device, time_us);
+        one->from_outside = opens_connection(ip) && way == direction::down;
+    } else if (one->closed != flow_closed) {
+        flows.touch(one);
+    }
+    one->last_us = time_us;
+    return one;
+}
+
+void classifier::take_dns(const ip_packet &ip, const packet &from)
+{
+    byte_view message = ip.payload;
+    if (ip.protocol == protocol_tcp) {
+        byte_reader reader(message);
+        message = reader.take(reader.u16());
+    }
+    dns_answer answer;
+    if (!read_dns_answer(message, &answer))
+        return;
+    counts[feed_dns_answers]++;
+    feed_device *asked = devices.find(ip.destination);
+    names.remember(asked ? devices.told_as(asked)->address : ip.destination, answer, from.time_us);
+}
+
+void classifier::take(const packet &from)
+{
+    counts[feed_packets]++;
+    advance(from.time_us);
+    ip_packet ip;
+    switch (read_ip_packet(from, &ip)) {
+    case ip_outcome::malformed:
+        counts[feed_packets_malformed]++;
+        return;
+    case ip_outcome::fragment:
+        counts[feed_packets_fragment]++;
+        return;
+    case ip_outcome::other:
+        counts[feed_packets_other]++;
+        return;
+    case ip_outcome::tcp_or_udp:
+        break;
+    }
+    direction way = direction_of(ip, from);
+    // Also of a resolver within the LAN.
+    if (ip.source_port == dns_port && ip.payload.size > 0 && (way == direction::down || way == direction::local))
+        take_dns(ip, from);
+    if (from.has_mac)
+        learn_link(ip, from, way);
+    if (way == direction::local || way == direction::foreign) {
+        counts[way == direction::local ? feed_packets_local : feed_packets_foreign]++;
+        return;
+    }
+    flow_key key{ip.source, ip.destination, ip.source_port, ip.destination_port, ip.protocol};
+    if (way == direction::down) {
+        std::swap(key.device, key.server);
+        std::swap(key.device_port, key.server_port);
+    }
+    feed_device *device = device_for(key.device, from.time_us);
+    flow *one = flow_for(key, device, ip, way, from.time_us);
+    note_packet(one, ip, way);
+    if (!one->is_decided)
+        inspect(one, ip, way, from.time_us);
+    credit(one);
+}
+
+void classifier::note_packet(flow *one, const ip_packet &ip, direction way)
+{
+    one->packets++;
+    bool is_up = way == direction::up;
+    if (options.count_packets) {
+        (is_up ? one->up : one->down) += ip.bytes;
+        (is_up ? one->waiting_up : one->waiting_down) += ip.bytes;
+    }
+    one->is_answered |= !is_up && ip.payload_bytes > 0;
+    one->has_payload |= ip.payload_bytes > 0;
+    if (is_up && (ip.tcp_flags & tcp_syn)) {
+        one->has_syn = true;
+        one->syn_sequence = ip.sequence;
+    }
+    if (ip.tcp_flags & tcp_rst)
+        one->closed = flow_closed;
+    if (ip.tcp_flags & tcp_fin)
+        one->closed = static_cast<uint8_t>(one->closed | (is_up ? flow_closed_by_device : flow_closed_by_server));
+}
+
+void classifier::count_flow(const flow_key &key, uint64_t up_bytes, uint64_t down_bytes, bool began_outside, uint64_t time_us)
+{
+    advance(time_us);
+    flow *one = flows.find(key);
+    if (!one) {
+        // Its first packets were not seen. Connections that never carried anything need no record.
+        if (up_bytes == 0 || down_bytes == 0)
+            return;
+        one = new_flow(key, device_for(key.device, time_us), time_us);
+        one->from_outside = began_outside;
+        one->has_payload = one->is_answered = true;
+        // What it moved before is of unknown age.
+        one->up = up_bytes;
+        one->down = down_bytes;
+        give_up(one);
+        return;
+    }
+    // Smaller counters are those of another connection between the same ends.
+    bool restarted = up_bytes < one->up || down_bytes < one->down;
+    uint64_t up = restarted ? up_bytes : up_bytes - one->up;
+    uint64_t down = restarted ? down_bytes : down_bytes - one->down;
+    if (up + down == 0)
+        return;
+    one->up = up_bytes;
+    one->down = down_bytes;
+    one->waiting_up += up;
+    one->waiting_down += down;
+    one->last_us = time_us;
+    one->device->last_us = time_us;
+    flows.touch(one);
+    credit(one);
+}

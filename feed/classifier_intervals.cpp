@@ -1,0 +1,152 @@
+// Bytes of flows become bytes of apps, and intervals of them become hits.
+#include "feed/classifier.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr uint64_t second_us = 1000000;
+constexpr uint64_t flow_idle_us = 180 * second_us;
+constexpr uint64_t closed_idle_us = 5 * second_us;
+constexpr uint64_t inspection_idle_us = 30 * second_us;
+constexpr uint64_t device_idle_us = 24 * 3600 * second_us;
+// After so many intervals without a packet nothing is in use any more, and the others need not be ended one by one.
+constexpr uint64_t most_empty_intervals = intervals_until_unused + intervals_of_start;
+// Time stamps of packets may be somewhat out of order; a greater step back is a clock that was set.
+constexpr uint64_t most_disorder_us = 60 * second_us;
+
+} // namespace
+
+app_use *classifier::use_of(feed_device *device, uint32_t app)
+{
+    for (app_use &use : device->uses)
+        if (use.app == app)
+            return &use;
+    if (device->uses.size() >= most_uses_of_device) {
+        counts[feed_uses_full]++;
+        return nullptr;
+    }
+    device->uses.emplace_back();
+    device->uses.back().app = app;
+    return &device->uses.back();
+}
+
+// A name that the device itself said counts at once. Other evidence needs a talk: probes that nobody answers, and whatever
+// comes unasked from outside, are no use of anything.
+void classifier::credit(flow *one)
+{
+    uint64_t bytes = one->waiting_up + one->waiting_down;
+    if (bytes == 0 || !one->is_decided)
+        return;
+    bool counts_as_use = one->by == evidence::hello || (one->is_answered && !one->from_outside);
+    if (one->app != 0 && !counts_as_use)
+        return;
+    counts[one->app != 0 ? feed_bytes_told : feed_bytes_unknown] += bytes;
+    feed_device *device = devices.told_as(one->device);
+    app_use *use = one->app != 0 ? use_of(device, one->app) : nullptr;
+    if (use) {
+        use->bytes[0].up += one->waiting_up;
+        use->bytes[0].down += one->waiting_down;
+        use->bytes[0].of_calls += one->is_call ? bytes : 0;
+        one->interval_bytes = one->interval == interval_number ? one->interval_bytes + bytes : bytes;
+        one->interval = interval_number;
+        if (one->interval_bytes > use->most_bytes) {
+            use->most_bytes = one->interval_bytes;
+            if (!(use->flow == one->key) || use->by != one->by) {
+                use->by = one->by;
+                use->host = one->host;
+                use->flow = one->key;
+            }
+        }
+    }
+    one->waiting_up = one->waiting_down = 0;
+}
+
+void classifier::drop_flow(flow *one)
+{
+    give_up(one); // what it moved counts now
+    credit(one);
+    if (flow_reports)
+        flow_reports({one->key, one->first_us, one->app, one->by, one->host, one->up, one->down, one->is_call});
+    flows.remove(one);
+}
+
+void classifier::end_flows()
+{
+    std::vector<std::pair<uint64_t, flow *>> open;
+    for (flow &one : flows.records)
+        if (one.device)
+            open.push_back({one.first_us, &one});
+    std::sort(open.begin(), open.end());
+    for (const auto &one : open)
+        drop_flow(one.second);
+}
+
+void classifier::sweep(uint64_t time_us)
+{
+    for (flow &one : flows.records) {
+        if (!one.device)
+            continue;
+        uint64_t idle = time_us > one.last_us ? time_us - one.last_us : 0;
+        if (idle > flow_idle_us || (one.closed == flow_closed && idle > closed_idle_us)) {
+            drop_flow(&one);
+        } else if (one.looking && idle > inspection_idle_us) {
+            give_up(&one);
+            credit(&one);
+        }
+    }
+    for (feed_device &device : devices.all)
+        if (device.address.family != 0 && device.flows == 0 && device.uses.empty() && device.last_us + device_idle_us < time_us)
+            devices.remove(&device);
+}
+
+void classifier::tell_uses(feed_device *device)
+{
+    for (app_use &use : device->uses) {
+        const app_entry *app = apps.find(use.app);
+        if (!app) { // left out of the catalogue since
+            use = {};
+            continue;
+        }
+        hit found{};
+        use_verdict verdict = ::end_interval(&use, *app, &found);
+        if (verdict == use_verdict::silent)
+            continue;
+        found.device = device->address;
+        found.time_us = interval_begin + interval_us;
+        counts[found.is_marked ? feed_hits_marked : feed_hits_plain]++;
+        if (found.device.family != 4)
+            counts[feed_hits_not_told]++;
+        hits(found);
+    }
+    auto &all = device->uses;
+    all.erase(std::remove_if(all.begin(), all.end(), is_forgotten), all.end());
+}
+
+void classifier::end_interval()
+{
+    sweep(interval_begin + interval_us);
+    for (feed_device &device : devices.all)
+        if (device.address.family != 0)
+            tell_uses(&device);
+    interval_begin += interval_us;
+    interval_number++;
+}
+
+void classifier::advance(uint64_t time_us)
+{
+    if (interval_begin == 0 || time_us + most_disorder_us < interval_begin)
+        interval_begin = time_us;
+    for (uint64_t ended = 0; time_us >= interval_begin + interval_us; ended++) {
+        if (ended == most_empty_intervals)
+            interval_begin += (time_us - interval_begin) / interval_us * interval_us;
+        else
+            end_interval();
+    }
+}
+
+void classifier::finish()
+{
+    end_flows();
+    end_interval();
+}

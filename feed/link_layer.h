@@ -1,0 +1,19 @@
+// Where the IP packet begins in a captured frame.
+#ifndef FEED_LINK_LAYER_H
+#define FEED_LINK_LAYER_H
+
+#include "feed/byte_view.h"
+
+struct link_frame {
+    byte_view ip;
+    size_t header; // bytes before it
+    bool has_mac;
+    uint8_t mac[6]; // the sender's
+};
+
+// `type` is libpcap's DLT_ number: Ethernet (with VLAN tags and PPPoE), Linux cooked 1 and 2, raw IP, BSD loopback.
+bool is_known_link_type(int type);
+// False when the frame carries no IP.
+bool find_ip(int type, byte_view frame, link_frame *out);
+
+#endif

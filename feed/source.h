@@ -1,0 +1,30 @@
+// Where packets come from: each kind of source is one row of a table, and runs until its end or until it is told to stop.
+#ifndef FEED_SOURCE_H
+#define FEED_SOURCE_H
+
+#include "feed/classifier.h"
+#include "feed/options.h"
+
+#include <signal.h>
+
+struct source_run {
+    const feed_options &options;
+    classifier &classify;
+    const volatile sig_atomic_t &stop; // set by a signal
+    // To be called about once in ten seconds: takes up a changed catalogue.
+    std::function<void()> refresh;
+};
+
+struct source_kind {
+    const char *name;
+    const char *argument; // what stands behind the colon; null for nothing
+    const char *help;
+    // Gives packets and time to the classifier; a feed_exit. What went wrong is told on standard error.
+    int (*run)(const std::string &argument, const source_run &run);
+    // How this source's classifier differs from one that sees every packet.
+    void (*adapt)(classifier_options *options);
+};
+
+int run_pcap_source(const std::string &path, const source_run &run);
+
+#endif
