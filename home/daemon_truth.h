@@ -1,0 +1,20 @@
+// Asks the daemon each minute what is in use (request 9), and the platform library for the devices (request 1000, which older
+// ones do not know). Nobody need answer.
+#ifndef HOME_DAEMON_TRUTH_H
+#define HOME_DAEMON_TRUTH_H
+
+#include "home/joining.h"
+
+struct daemon_truth {
+    history *of = nullptr;
+    std::string socket;       // of requests
+    bool answers = false;     // the last request was answered
+    int64_t answered = 0;     // epoch second of the last answer
+    bool names_known = true;  // request 1000 is answered, as far as is known
+    std::vector<use_now> now; // in use as of `answered`; of devices with a role
+};
+
+// Asks now. Waits a third of a second for each answer at most.
+void ask_daemon(daemon_truth *truth, int64_t time);
+
+#endif

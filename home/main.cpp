@@ -1,0 +1,137 @@
+// appident-home: keeps what the daemon pushes, for the household.
+#include "home/command_line.h"
+#include "home/days.h"
+#include "home/devices.h"
+#include "home/home_settings.h"
+#include "home/report.h"
+#include "home/serve.h"
+#include "home/spool_follower.h"
+#include "home/upkeep.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+namespace {
+
+// Exit codes, as the manual page lists them.
+enum { exit_done = 0, exit_failed = 1, exit_usage = 2, exit_in_use = 3 };
+
+int fail(const std::string &path, const std::string &why)
+{
+    fprintf(stderr, "appident-home: %s: %s\n", path.c_str(), why.c_str());
+    return exit_failed;
+}
+
+int say_in_use(const std::string &path)
+{
+    fprintf(stderr, "appident-home: %s.lock cannot be taken: the program runs on this database; stop it first\n", path.c_str());
+    return exit_in_use;
+}
+
+int run_import(const home_settings &settings, const char *spool)
+{
+    fd_guard lock(lock_database(settings.database));
+    if (lock.get() < 0)
+        return say_in_use(settings.database);
+    history all;
+    std::string why;
+    if (!open_history(&all, settings.database, {}, &why))
+        return fail(settings.database, why);
+    bool done = import_spool(&all, spool);
+    why = all.db.error != SQLITE_OK ? sqlite3_errstr(all.db.error) : strerror(errno);
+    close_history(&all);
+    return done ? exit_done : fail(spool, why);
+}
+
+int run_report(const home_settings &settings, const given_options &given)
+{
+    int day = given[option_day] ? read_day(given[option_day]) : 0;
+    if (given[option_day] && day == 0) {
+        fputs("appident-home: --day takes a date such as 2026-11-22\n", stderr);
+        return exit_usage;
+    }
+    ask_for_commit(settings.database);
+    history all;
+    std::string why;
+    if (!open_history(&all, settings.database, {nullptr, true}, &why))
+        return fail(settings.database, why);
+    app_names apps;
+    refresh_app_names(&apps, settings.catalogue);
+    print_report(&all, apps, day, given[option_json] != nullptr);
+    close_history(&all);
+    return exit_done;
+}
+
+int run_backup(const home_settings &settings, const char *copy)
+{
+    ask_for_commit(settings.database);
+    std::string why;
+    return backup_database(settings.database, copy, &why) ? exit_done : fail(settings.database, why);
+}
+
+int run_restore(const home_settings &settings, const char *copy)
+{
+    fd_guard lock(lock_database(settings.database));
+    std::string why;
+    if (lock.get() < 0)
+        return say_in_use(settings.database);
+    return restore_database(settings.database, copy, &why) ? exit_done : fail(copy, why);
+}
+
+int run_forget(const home_settings &settings, const char *mac)
+{
+    fd_guard lock(lock_database(settings.database));
+    if (lock.get() < 0)
+        return say_in_use(settings.database);
+    history all;
+    std::string why;
+    if (!open_history(&all, settings.database, {}, &why))
+        return fail(settings.database, why);
+    bool done = forget_device(&all, mac);
+    close_history(&all);
+    return done ? exit_done : fail(mac, "no such device in the history");
+}
+
+int run_server(const home_settings &settings)
+{
+    fd_guard lock(lock_database(settings.database));
+    if (lock.get() < 0)
+        return say_in_use(settings.database);
+    std::string why;
+    return serve(settings, &why) ? exit_done : fail(settings.database, why);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    given_options given;
+    if (!read_command_line(argc, argv, &given))
+        return exit_usage;
+    if (given[option_help])
+        return print_help(), exit_done;
+    if (given[option_version])
+        return puts("appident-home " APPIDENT_VERSION), exit_done;
+    // The history is nobody else's business.
+    umask(0027);
+    tzset();
+    home_settings settings;
+    if (!read_home_settings(given[option_settings] ? given[option_settings] : home_settings_default_path, &settings))
+        return exit_usage;
+    if (given[option_database])
+        settings.database = given[option_database];
+    if (given[option_import])
+        return run_import(settings, given[option_import]);
+    if (given[option_report])
+        return run_report(settings, given);
+    if (given[option_backup])
+        return run_backup(settings, given[option_backup]);
+    if (given[option_restore])
+        return run_restore(settings, given[option_restore]);
+    if (given[option_forget])
+        return run_forget(settings, given[option_forget]);
+    return run_server(settings);
+}

@@ -1,0 +1,23 @@
+// What the owner does to the whole database, and what is done to it once a day.
+//
+// The program that follows the spool holds a lock beside the database, so that no second one writes to it.
+#ifndef HOME_UPKEEP_H
+#define HOME_UPKEEP_H
+
+#include "common/guards.h"
+#include "home/history.h"
+
+// Holds PATH.lock, with this process's id in it. A negative descriptor when another process holds it.
+int lock_database(const std::string &path);
+// Has the process that holds the lock write its batch, so that others may read or write. Does nothing when there is none.
+void ask_for_commit(const std::string &path);
+
+// A copy of what is committed, also while another process writes. False with the reason.
+bool backup_database(const std::string &path, const std::string &copy, std::string *why);
+// Checks the copy and puts it in place of the database. The lock must be held.
+bool restore_database(const std::string &path, const std::string &copy, std::string *why);
+
+// Deletes what is older than the settings keep.
+void drop_old_rows(history *of, int64_t time, int64_t session_days, int64_t day_years);
+
+#endif
