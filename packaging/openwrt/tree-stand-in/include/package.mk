@@ -4,6 +4,13 @@ PKG_INSTALL_DIR := $(PKG_BUILD_DIR)/ipkg-install
 
 all:
 
+# The archive lies in DL_DIR already, and is what the Makefile says.
+define Build/Prepare
+	echo "$(PKG_HASH)  $(DL_DIR)/$(PKG_SOURCE)" | sha256sum --check
+	mkdir -p $(BUILD_DIR)
+	tar -C $(BUILD_DIR) -xzf $(DL_DIR)/$(PKG_SOURCE)
+endef
+
 .built:
 	rm -rf $(PKG_BUILD_DIR)
 	$(Build/Prepare)
@@ -24,6 +31,8 @@ License: $(PKG_LICENSE)
 Section: $(SECTION)
 Architecture: $(ARCH_PACKAGES)
 Maintainer: $(PKG_MAINTAINER)
+URL: $(URL)
+Require-User: $(USERID)
 Description: $(TITLE)
 $(empty)
 endef
@@ -51,6 +60,7 @@ endef
 
 define BuildPackage
 $(eval DEPENDS :=)
+$(eval USERID :=)
 $(eval $(Package/$(1)))
 $(eval CONTROL_$(1) := $$(call control_of,$(1)))
 $(eval $(call rules_of,$(1)))
