@@ -1,105 +1,80 @@
 // apps: what devices use right now.
 #include "tools/appidentctl/commands.h"
-#include "tools/appidentctl/daemon_call.h"
-#include "tools/appidentctl/device_text.h"
+#include "tools/appidentctl/current_apps.h"
 #include "tools/appidentctl/exit_codes.h"
-#include "tools/appidentctl/names.h"
+#include "tools/appidentctl/json_file.h"
+#include "tools/appidentctl/operand.h"
 #include "tools/appidentctl/table.h"
 #include "tools/appidentctl/time_text.h"
-
-#include "common/sec_plg_common.h"
 
 #include <stdio.h>
 
 namespace {
 
-void add_apps(text_table *table, const names &known, const std::string &device, const cJSON *apps)
+// The devices that the command line names, else all that are on line; false after saying what is wrong.
+bool find_devices(const call &what, const household &known, std::vector<std::string> *macs)
 {
-    const cJSON *app = nullptr;
-    cJSON_ArrayForEach(app, apps) {
-        table->rows.push_back({device_label(known, device), app_label(known, static_cast<u32>(json_number(app, "appid", 0))),
-                               time_text(static_cast<time_t>(json_number(app, "starttime", 0))),
-                               std::to_string(static_cast<u32>(json_number(app, "sumtime", 0)))});
+    std::vector<std::string> words = what.line.operands;
+    if (const char *list = what.line.value[option_devices])
+        words = split(list, ',');
+    for (const std::string &one : words) {
+        macs->push_back(device_from_words(what.line, known, one));
+        if (macs->back().empty())
+            return false;
     }
-}
-
-void print_apps(const call &what, const cJSON *answer)
-{
-    names known = read_names(what.where);
-    text_table table = {"lllr", {{"DEVICE", "APP", "SINCE", "MINUTES"}}};
-    add_apps(&table, known, what.device, cJSON_GetObjectItem(answer, "data"));
-    const cJSON *result = nullptr;
-    cJSON_ArrayForEach(result, cJSON_GetObjectItem(answer, "results")) {
-        add_apps(&table, known, json_text(result, "device"), cJSON_GetObjectItem(result, "data"));
-    }
-    if (table.rows.size() > 1)
-        print_table(table);
-    else
-        puts("No app is in use.");
-}
-
-int ask_and_print(const call &what, unsigned int id, const std::string &device)
-{
-    json_answer answer;
-    int code = ask_for_json(what.where, id, device, &answer);
-    if (code == exit_refused)
-        fputs("appidentctl: the daemon refused\n", stderr);
-    if (code != exit_done)
-        return code;
-    if (given(what.line, option_json))
-        puts(answer.text ? answer.text.get() : "{\"err_no\":\"0\",\"err_msg\":\"success\",\"data\":null}");
-    else if (!answer.text)
-        printf("%s is not on line, or has used nothing since it came.\n", what.device.c_str());
-    else
-        print_apps(what, answer.tree.get());
-    return exit_done;
-}
-
-// The devices named by --devices, else those that the roster says are on line.
-int list_devices(const call &what, std::vector<std::string> *devices)
-{
-    if (const char *text = what.line.value[option_devices]) {
-        for (const std::string &one : split(text, ',')) {
-            devices->push_back(device_text(one));
-            if (devices->back().empty())
-                return usage_error(what.line, "--devices: '%s' is no MAC", one.c_str());
-        }
-        return exit_done;
-    }
-    names known = read_names(what.where);
+    if (!words.empty())
+        return true;
     for (const known_device &one : known.devices)
-        if (one.online)
-            devices->push_back(one.device);
-    if (!known.roster_found)
-        return usage_error(what.line, "no roster at %s; name the devices with --devices", what.where.roster.c_str());
-    return exit_done;
+        if (one.on_line)
+            macs->push_back(one.mac);
+    if (!known.devices_known)
+        usage_error(what.line, "no roster at %s; name the devices with --devices", what.where.roster.c_str());
+    return known.devices_known;
+}
+
+void print_as_json(const household &known, const std::vector<current_app> &apps)
+{
+    json_tree root(cJSON_CreateObject());
+    cJSON *list = cJSON_AddArrayToObject(root.get(), "apps");
+    for (const current_app &one : apps) {
+        cJSON *entry = cJSON_CreateObject();
+        cJSON_AddStringToObject(entry, "mac", one.mac.c_str());
+        cJSON_AddStringToObject(entry, "device", device_name(known, one.mac).c_str());
+        cJSON_AddNumberToObject(entry, "app_id", one.app_id);
+        cJSON_AddStringToObject(entry, "app", app_name(known, one.app_id).c_str());
+        cJSON_AddNumberToObject(entry, "since", static_cast<double>(one.since));
+        cJSON_AddNumberToObject(entry, "minutes", one.minutes);
+        cJSON_AddItemToArray(list, entry);
+    }
+    print_json(root.get());
 }
 
 } // namespace
 
 int run_apps(const call &what)
 {
-    bool rom = given(what.line, option_rom);
-    bool many = given(what.line, option_all) || given(what.line, option_devices);
-    if (many == !what.device.empty())
+    int named = given(what.line, option_all) + given(what.line, option_devices) + !what.line.operands.empty();
+    if (named > 1)
         return usage_error(what.line, "name one device, or --all, or --devices");
-    if (!many)
-        return ask_and_print(what, rom ? APPIDENT_GET_CUR_DEVICE_APP_FOR_ROM : APPIDENT_GET_CUR_DEVICE_APP, what.device);
-
-    std::vector<std::string> devices;
-    int code = list_devices(what, &devices);
+    household known = read_household(what.where);
+    std::vector<std::string> macs;
+    std::vector<current_app> apps;
+    if (!find_devices(what, known, &macs))
+        return exit_usage;
+    int code = ask_current_apps(what.where, macs, given(what.line, option_rom), &apps);
     if (code != exit_done)
         return code;
-    // The daemon refuses an empty list.
-    if (devices.empty()) {
-        puts(given(what.line, option_json) ? "{\"err_no\":\"0\",\"err_msg\":\"success\",\"results\":[]}"
-                                           : "No device is on line.");
+    if (given(what.line, option_json)) {
+        print_as_json(known, apps);
         return exit_done;
     }
-    json_tree list(cJSON_CreateObject());
-    cJSON *array = cJSON_AddArrayToObject(list.get(), "device");
-    for (const std::string &one : devices)
-        cJSON_AddItemToArray(array, cJSON_CreateString(one.c_str()));
-    heap_text text(cJSON_PrintUnformatted(list.get()));
-    return ask_and_print(what, rom ? APPIDENT_GET_CUR_DEVICES_APP_FOR_ROM : APPIDENT_GET_CUR_DEVICES_APP, text.get());
+    text_table table = {{{"DEVICE", false, true}, {"APP", false, true}, {"SINCE"}, {"MINUTES", true}}, {}};
+    for (const current_app &one : apps)
+        table.rows.push_back(
+            {device_name(known, one.mac), app_label(known, one.app_id), clock_text(one.since), std::to_string(one.minutes)});
+    if (table.rows.empty())
+        puts(macs.empty() ? "No device is on line." : "No app is in use.");
+    else
+        print_table(table);
+    return exit_done;
 }

@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <getopt.h>
+#include <iterator>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,70 +12,137 @@
 
 namespace {
 
-constexpr int unknown_option = '?';
-
-// In the order of option_id; getopt_long hands back option_base and the place.
-constexpr int option_base = 256;
-const option long_options[option_end + 1] = {
-    {"all", no_argument, nullptr, option_base + option_all},
-    {"all-off", no_argument, nullptr, option_base + option_all_off},
-    {"apps", required_argument, nullptr, option_base + option_apps},
-    {"class", required_argument, nullptr, option_base + option_class},
-    {"counters", required_argument, nullptr, option_base + option_counters},
-    {"devices", required_argument, nullptr, option_base + option_devices},
-    {"follow", no_argument, nullptr, option_base + option_follow},
-    {"help", no_argument, nullptr, option_base + option_help},
-    {"json", no_argument, nullptr, option_base + option_json},
-    {"log", required_argument, nullptr, option_base + option_log},
-    {"minutes", required_argument, nullptr, option_base + option_minutes},
-    {"off", no_argument, nullptr, option_base + option_off},
-    {"on", no_argument, nullptr, option_base + option_on},
-    {"others-off", no_argument, nullptr, option_base + option_others_off},
-    {"rom", no_argument, nullptr, option_base + option_rom},
-    {"set", required_argument, nullptr, option_base + option_set},
-    {"settings", required_argument, nullptr, option_base + option_settings},
-    {"socket", required_argument, nullptr, option_base + option_socket},
-    {"timeout", required_argument, nullptr, option_base + option_timeout},
-    {"version", no_argument, nullptr, option_base + option_version},
-    {nullptr, 0, nullptr, 0},
+constexpr option_about options[] = {
+    {option_all, "all", no_value},
+    {option_all_off, "all-off", no_value},
+    {option_app, "app", value_app},
+    {option_apps, "apps", value_apps},
+    {option_class, "class", value_class},
+    {option_code, "code", value_kind_of_push},
+    {option_counters, "counters", value_path},
+    {option_device, "device", value_device},
+    {option_devices, "devices", value_devices},
+    {option_follow, "follow", no_value},
+    {option_help, "help", no_value},
+    {option_json, "json", no_value},
+    {option_log, "log", value_path},
+    {option_minutes, "minutes", value_minutes},
+    {option_name, "name", value_text},
+    {option_off, "off", no_value},
+    {option_on, "on", no_value},
+    {option_others_off, "others-off", no_value},
+    {option_role, "role", value_role},
+    {option_rom, "rom", no_value},
+    {option_set_file, "set", value_path},
+    {option_set_switches, "set", value_switches},
+    {option_settings, "settings", value_path},
+    {option_socket, "socket", value_path},
+    {option_timeout, "timeout", value_seconds},
+    {option_version, "version", no_value},
+    {option_yes, "yes", no_value},
 };
+
+constexpr bool in_order()
+{
+    for (unsigned int i = 0; i < std::size(options); i++)
+        if (options[i].id != i)
+            return false;
+    return std::size(options) == option_end;
+}
+static_assert(in_order(), "the table has the order of option_id");
+
+// What getopt_long returns for the first option of the table.
+constexpr int option_base = 256;
+
+// The options for getopt_long: the common ones, and those of a command where it is given.
+std::vector<option> getopt_options(const command *about)
+{
+    std::vector<option> list;
+    auto add = [&](const command_option &one) {
+        const option_about &entry = options[one.id];
+        int argument = entry.value == no_value ? no_argument : required_argument;
+        list.push_back({entry.name, argument, nullptr, option_base + static_cast<int>(one.id)});
+    };
+    for (const command_option &one : common_options())
+        add(one);
+    if (about)
+        for (const command_option &one : about->options)
+            add(one);
+    list.push_back({nullptr, 0, nullptr, 0});
+    return list;
+}
+
+// Reads options up to the command's name, or those that follow it. `words` begins with a word that is no option.
+bool read_options(int count, char **words, const char *short_options, command_line *line)
+{
+    std::vector<option> known = getopt_options(line->about);
+    optind = 0; // begin anew
+    opterr = 0;
+    for (int found = 0; (found = getopt_long(count, words, short_options, known.data(), nullptr)) != -1;) {
+        if (found == ':' || found == '?') {
+            const char *word = words[optind - 1];
+            if (found == ':')
+                usage_error(*line, "%s lacks its value", word);
+            else
+                usage_error(*line, "%s does not take %s", line->about ? line->about->name : "appidentctl", word);
+            return false;
+        }
+        unsigned int id = found == 'h' ? option_help : static_cast<unsigned int>(found - option_base);
+        line->value[id] = optarg ? optarg : "";
+    }
+    return true;
+}
 
 } // namespace
 
-const char *option_name(option_id id)
+const option_about &about_option(option_id id)
 {
-    return long_options[id].name;
+    return options[id];
+}
+
+const char *value_word(value_kind kind)
+{
+    constexpr const char *words[] = {nullptr, "FILE",    "DEVICE",  "DEVICE,...",      "APP", "APP,...", "CLASS", "KIND",
+                                     "ROLE",  "MINUTES", "SECONDS", "NAME=on|off,...", "TEXT"};
+    return words[kind];
 }
 
 bool read_command_line(int argc, char **argv, command_line *line)
 {
-    line->command = nullptr;
-    line->value.fill(nullptr);
-    for (int found = 0; (found = getopt_long(argc, argv, "h", long_options, nullptr)) != -1;) {
-        if (found == unknown_option)
-            return false;
-        unsigned int id = found == 'h' ? option_help : static_cast<unsigned int>(found - option_base);
-        line->value[id] = optarg ? optarg : "";
+    if (!read_options(argc, argv, "+:h", line))
+        return false;
+    if (optind == argc)
+        return true;
+    int place = optind;
+    line->about = find_command(argv[place]);
+    if (!line->about) {
+        usage_error(*line, "'%s' is no command", argv[place]);
+        return false;
     }
-    if (optind < argc)
-        line->command = argv[optind++];
-    line->operands.assign(argv + optind, argv + argc);
+    if (line->about->takes == any_words) {
+        line->operands.assign(argv + place + 1, argv + argc);
+        return true;
+    }
+    if (!read_options(argc - place, argv + place, ":h", line))
+        return false;
+    line->operands.assign(argv + place + optind, argv + argc);
+    size_t most = line->about->takes == no_operand ? 0 : 1;
+    if (line->operands.size() > most) {
+        usage_error(*line, "'%s' is one word too many; a name of several words wants quotes", line->operands[most].c_str());
+        return false;
+    }
+    if (line->about->takes == one_device && line->operands.empty() && !given(*line, option_help)) {
+        usage_error(*line, "%s needs a device: its name, address or MAC", line->about->name);
+        return false;
+    }
     return true;
 }
 
-u32 given_options(const command_line &line)
-{
-    u32 set = 0;
-    for (unsigned int id = 0; id < option_end; id++)
-        set |= line.value[id] ? 1u << id : 0;
-    return set;
-}
-
-bool read_number(const char *text, u32 least, u32 most, u32 *number)
+bool read_number(const std::string &text, u32 least, u32 most, u32 *number)
 {
     char *end = nullptr;
     errno = 0;
-    unsigned long long value = strtoull(text, &end, 10);
+    unsigned long long value = strtoull(text.c_str(), &end, 10);
     if (text[0] < '0' || text[0] > '9' || *end || errno || value < least || value > most)
         return false;
     *number = static_cast<u32>(value);
@@ -108,6 +176,6 @@ int usage_error(const command_line &line, const char *format, ...)
     fputs("appidentctl: ", stderr);
     vfprintf(stderr, format, arguments);
     va_end(arguments);
-    fprintf(stderr, "\nTry 'appidentctl %s%s--help'.\n", line.command ? line.command : "", line.command ? " " : "");
+    fprintf(stderr, "\nTry 'appidentctl %s%s--help'.\n", line.about ? line.about->name : "", line.about ? " " : "");
     return exit_usage;
 }

@@ -3,8 +3,9 @@
 #include "tools/appidentctl/daemon_call.h"
 #include "tools/appidentctl/daemon_page.h"
 #include "tools/appidentctl/exit_codes.h"
+#include "tools/appidentctl/household.h"
+#include "tools/appidentctl/json_file.h"
 #include "tools/appidentctl/lan_look.h"
-#include "tools/appidentctl/names.h"
 #include "tools/appidentctl/table.h"
 #include "tools/appidentctl/time_text.h"
 
@@ -31,7 +32,7 @@ struct evidence {
     const places &where;
     counters own, platform;
     daemon_state state;
-    names known;
+    household known;
     time_t now;
     bool reachable;
 
@@ -76,7 +77,7 @@ finding check_socket(const evidence &seen)
 
 finding check_settings(const evidence &seen)
 {
-    if (!seen.where.settings_sound)
+    if (!seen.where.settings_valid)
         return {fault, seen.where.settings + " makes no sense or names an unknown group; the defaults are in force",
                 "mend the file and restart the daemon"};
     return {sound, "state in " + seen.where.state_dir + ", LAN interface " + seen.where.lan_interface, ""};
@@ -119,11 +120,11 @@ finding check_neighbours(const evidence &seen)
 
 finding check_roles(const evidence &seen)
 {
-    if (!seen.known.roster_found)
+    if (!seen.known.devices_known)
         return {fault, "no roster at " + seen.where.roster, "write it; a device is tracked once it has a role above 0"};
     auto count = [&](auto holds) { return std::count_if(seen.known.devices.begin(), seen.known.devices.end(), holds); };
     auto with_role = count([](const known_device &one) { return one.role > 0; });
-    auto online = count([](const known_device &one) { return one.role > 0 && one.online; });
+    auto online = count([](const known_device &one) { return one.role > 0 && one.on_line; });
     auto limited = count([](const known_device &one) { return one.role == 1; });
     std::string text = std::to_string(with_role) + " of " + std::to_string(seen.known.devices.size()) + " have a role, " +
                        std::to_string(online) + " of them on line, " + std::to_string(limited) + " of role 1 (limits)";
@@ -275,12 +276,8 @@ void print_finding(const call &what, const char *name, const finding &found, cJS
 
 int run_doctor(const call &what)
 {
-    evidence seen = {what.where,
-                     read_counters(what.where.counters),
-                     read_counters(what.where.platform_counters),
-                     daemon_unseen,
-                     read_names(what.where),
-                     time(nullptr),
+    evidence seen = {what.where,    read_counters(what.where.counters), read_counters(what.where.platform_counters),
+                     daemon_unseen, read_household(what.where),         time(nullptr),
                      false};
     seen.state = state_of(seen.own);
     seen.reachable = seen.state != daemon_starting && probe(what.where);
@@ -295,8 +292,7 @@ int run_doctor(const call &what)
         print_finding(what, one.name, found, list);
     }
     if (given(what.line, option_json)) {
-        heap_text text(cJSON_PrintUnformatted(root.get()));
-        puts(text.get());
+        print_json(root.get());
     }
     if (!seen.reachable)
         return exit_unreachable;

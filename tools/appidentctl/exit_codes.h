@@ -9,6 +9,7 @@ enum exit_code {
     exit_unreachable = 3, // no daemon, still starting, no right to its socket, or no answer in time
     exit_warning = 4,     // doctor: something deserves a look
     exit_fault = 5,       // doctor: something keeps data from coming
+    exit_unwritable = 6,  // standard output could not take what was asked for
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "tools/appidentctl/limits_text.h"
 
-#include "tools/appidentctl/names.h"
+#include "tools/appidentctl/household.h"
+#include "tools/appidentctl/json_file.h"
 
 #include <iterator>
 #include <math.h>
@@ -12,20 +13,6 @@ bool whole_number(const cJSON *item, double least, double most)
     return cJSON_IsNumber(item) && item->valuedouble >= least && item->valuedouble <= most &&
            floor(item->valuedouble) == item->valuedouble;
 }
-
-} // namespace
-
-cJSON *find_limit(const cJSON *limits, u32 class_type)
-{
-    cJSON *limit = nullptr;
-    cJSON_ArrayForEach(limit, limits) {
-        if (json_number(limit, "class_type", 0) == class_type)
-            return limit;
-    }
-    return nullptr;
-}
-
-namespace {
 
 const char *limit_fault(const cJSON *limit)
 {
@@ -51,7 +38,27 @@ const char *limit_fault(const cJSON *limit)
     return nullptr;
 }
 
+cJSON *limit_off(u32 class_type)
+{
+    cJSON *limit = cJSON_CreateObject();
+    cJSON_AddNumberToObject(limit, "class_type", class_type);
+    cJSON_AddNumberToObject(limit, "onoff", 0);
+    cJSON_AddNumberToObject(limit, "use_time", 0);
+    cJSON_AddArrayToObject(limit, "appid");
+    return limit;
+}
+
 } // namespace
+
+cJSON *find_limit(const cJSON *limits, u32 class_type)
+{
+    cJSON *limit = nullptr;
+    cJSON_ArrayForEach(limit, limits) {
+        if (json_number(limit, "class_type", 0) == class_type)
+            return limit;
+    }
+    return nullptr;
+}
 
 std::string limits_fault(const cJSON *limits)
 {
@@ -66,20 +73,6 @@ std::string limits_fault(const cJSON *limits)
     }
     return "";
 }
-
-namespace {
-
-cJSON *limit_off(u32 class_type)
-{
-    cJSON *limit = cJSON_CreateObject();
-    cJSON_AddNumberToObject(limit, "class_type", class_type);
-    cJSON_AddNumberToObject(limit, "onoff", 0);
-    cJSON_AddNumberToObject(limit, "use_time", 0);
-    cJSON_AddArrayToObject(limit, "appid");
-    return limit;
-}
-
-} // namespace
 
 json_tree compose_limits(const std::string &device, const cJSON *wanted)
 {

@@ -10,17 +10,6 @@
 
 #include <string>
 
-struct limit_class {
-    u32 class_type;
-    const char *meaning;
-    bool by_minutes; // its minutes matter
-    bool by_app;     // only apps of its list count
-};
-constexpr limit_class limit_classes[] = {
-    {1, "use of the day, first class", true, true},  {2, "use of the day, second class", true, true},
-    {3, "use of the day, third class", true, true},  {4, "told at first use", false, true},
-    {5, "eye protection, one session", true, false},
-};
 constexpr u32 most_apps_of_a_class = 256;
 
 // The limit object of a class in an array of them, or null.

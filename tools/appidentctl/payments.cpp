@@ -2,6 +2,8 @@
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/daemon_call.h"
 #include "tools/appidentctl/exit_codes.h"
+#include "tools/appidentctl/json_file.h"
+#include "tools/appidentctl/operand.h"
 #include "tools/appidentctl/table.h"
 
 #include "common/sec_plg_common.h"
@@ -47,13 +49,14 @@ int call_with(const call &what, unsigned int id, unsigned int action, appident_p
 void print_switches(const call &what, const appident_payment_notify_st &switches)
 {
     if (given(what.line, option_json)) {
-        printf("{\"device\":\"%s\"", what.device.c_str());
+        json_tree root(cJSON_CreateObject());
+        cJSON_AddStringToObject(root.get(), "mac", switches.mac);
         for (const switch_row &row : switch_rows)
-            printf(",\"%s\":%u", row.key, switches.*row.field);
-        puts("}");
+            cJSON_AddBoolToObject(root.get(), row.key, switches.*row.field);
+        print_json(root.get());
         return;
     }
-    text_table table = {"lll", {{"SWITCH", "STATE", "MEANING"}}};
+    text_table table = {{{"SWITCH"}, {"STATE"}, {"MEANING", false, true}}, {}};
     for (const switch_row &row : switch_rows)
         table.rows.push_back({row.key, switches.*row.field ? "on" : "off", row.meaning});
     print_table(table);
@@ -85,7 +88,7 @@ int store(const call &what, unsigned int action, appident_payment_notify_st want
         fputs("appidentctl: the daemon refused the switches\n", stderr);
     if (code != exit_done)
         return code;
-    appident_payment_notify_st stored = all_switches(what.device, 0);
+    appident_payment_notify_st stored = all_switches(wanted.mac, 0);
     code = call_with(what, APPIDENT_GET_PAYMENT_CONFIG, 1, &stored);
     bool same = code == exit_done;
     for (const switch_row &row : switch_rows)
@@ -103,9 +106,12 @@ int store(const call &what, unsigned int action, appident_payment_notify_st want
 
 int run_payments(const call &what)
 {
-    const char *set = what.line.value[option_set];
+    const char *set = what.line.value[option_set_switches];
     bool all_off = given(what.line, option_all_off);
-    appident_payment_notify_st switches = all_switches(what.device, 0);
+    std::string mac = operand_device(what, read_household(what.where));
+    if (mac.empty())
+        return exit_usage;
+    appident_payment_notify_st switches = all_switches(mac, 0);
     if (set && all_off)
         return usage_error(what.line, "--set and --all-off at once");
     if (set && !read_switches(set, &switches))
@@ -123,7 +129,7 @@ int run_payments(const call &what)
         return code;
     // A device without a file has every switch on.
     if (code == exit_refused)
-        switches = all_switches(what.device, 1);
+        switches = all_switches(mac, 1);
     read_switches(set, &switches);
     return store(what, set_as_given, switches);
 }

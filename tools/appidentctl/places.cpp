@@ -38,13 +38,14 @@ bool find_places(const command_line &line, places *found)
     const platform_settings &stored = settings();
     std::string state = std::string(stored.state_dir) + "/";
     std::string runtime = std::string(stored.runtime_dir) + "/";
-    found->settings_sound = !stored.unreadable;
+    found->settings_valid = !stored.unreadable;
     found->lan_interface = stored.lan_interface;
     found->state_dir = stored.state_dir;
     found->roster = state + "roster.json";
+    found->installed_catalogue = APPIDENT_DATA_DIR "/catalogue.json";
     found->catalogue = state + "catalogue.json";
     found->platform_counters = runtime + "platform.counters";
-    found->push_spool = runtime + "pushes.jsonl";
+    found->push_spools = {runtime + "pushes.jsonl.1", runtime + "pushes.jsonl"};
     found->push_socket = runtime + "pushes.sock";
     return true;
 }

@@ -5,6 +5,7 @@
 #include "tools/appidentctl/command_line.h"
 
 #include <string>
+#include <vector>
 
 struct places {
     std::string socket;
@@ -12,11 +13,12 @@ struct places {
     std::string counters; // the daemon's own page
     std::string log;
     std::string settings; // the platform library's settings file; what follows comes from it
-    bool settings_sound;  // false: the file is there and makes no sense, the defaults are in force
+    bool settings_valid;  // false: the file is there and makes no sense, the defaults are in force
     std::string platform_counters;
     std::string roster;
-    std::string catalogue;
-    std::string push_spool;
+    std::string installed_catalogue;
+    std::string catalogue;                // the household's own, which adds to the installed one
+    std::vector<std::string> push_spools; // the older one first
     std::string push_socket;
     std::string state_dir;
     std::string lan_interface;

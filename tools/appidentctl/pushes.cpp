@@ -2,7 +2,9 @@
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/daemon_call.h"
 #include "tools/appidentctl/exit_codes.h"
-#include "tools/appidentctl/names.h"
+#include "tools/appidentctl/household.h"
+#include "tools/appidentctl/json_file.h"
+#include "tools/appidentctl/spool.h"
 #include "tools/appidentctl/table.h"
 #include "tools/appidentctl/time_text.h"
 
@@ -42,7 +44,8 @@ std::string payment_detail(const cJSON *data)
 
 std::string limit_detail(const cJSON *data)
 {
-    return "class " + json_text(data, "class_type") + " used for " + minutes_text(json_number(data, "use_time", 0)) + " today";
+    return std::string(class_name(static_cast<u32>(json_number(data, "class_type", 0)))) + " used for " +
+           minutes_text(json_number(data, "use_time", 0)) + " today";
 }
 
 std::string eyes_detail(const cJSON *data)
@@ -71,62 +74,82 @@ constexpr push_kind push_kinds[] = {
     {1023, "presence", presence_detail},
 };
 
-void print_push(const names &known, const cJSON *push, const cJSON *data)
+// Which pushes are wanted.
+struct push_filter {
+    bool all_codes;
+    int code;
+    std::string mac; // empty: of every device
+};
+
+const push_kind *kind_of(int code)
 {
-    int code = static_cast<int>(json_number(push, "code", -1));
-    const push_kind *kind = nullptr;
     for (const push_kind &one : push_kinds)
         if (one.code == code)
-            kind = &one;
-    std::string device = json_text(data, code ? "endmac" : "mac");
-    double app = json_number(data, code ? "appid" : "app_id", 0);
-    std::string subject = device_label(known, device) + (app > 0 ? "  " + app_label(known, static_cast<u32>(app)) : "");
-    printf("%s  %4d %-9s  %s  %s\n", time_text(static_cast<time_t>(json_number(push, "time", 0))).c_str(), code,
-           kind ? kind->name : "?", printable(subject).c_str(), printable(kind ? kind->detail(data) : "").c_str());
+            return &one;
+    return nullptr;
 }
 
-// One line of the spool or the stream; what does not parse is passed over.
-void print_line(const call &what, const names &known, const std::string &line)
+bool read_filter(const call &what, const household &known, push_filter *filter)
 {
-    if (given(what.line, option_json)) {
+    *filter = {true, 0, ""};
+    if (const char *words = what.line.value[option_device]) {
+        filter->mac = device_from_words(what.line, known, words);
+        if (filter->mac.empty())
+            return false;
+    }
+    const char *words = what.line.value[option_code];
+    if (!words)
+        return true;
+    for (const push_kind &one : push_kinds) {
+        if (words == std::string(one.name) || words == std::to_string(one.code)) {
+            filter->all_codes = false;
+            filter->code = one.code;
+            return true;
+        }
+    }
+    usage_error(what.line, "--code %s: wants history, payment, limit, eyes, \"first use\", presence, status or their number",
+                words);
+    return false;
+}
+
+bool wanted(const push_filter &filter, const spool_push &push)
+{
+    return (filter.all_codes || filter.code == push.code) && (filter.mac.empty() || filter.mac == push.mac);
+}
+
+void print_push(const household &known, const spool_push &push)
+{
+    const push_kind *kind = kind_of(push.code);
+    std::string subject = device_name(known, push.mac) + (push.app_id ? "  " + app_label(known, push.app_id) : "");
+    printf("%s  %4d %-9s  %s  %s\n", time_text(push.time).c_str(), push.code, kind ? kind->name : "?",
+           printable(subject).c_str(), printable(kind ? kind->detail(push.data) : "").c_str());
+}
+
+// JSON lines are printed as they stand.
+void print_line(const call &what, const household &known, const push_filter &filter, const std::string &line)
+{
+    bool any = false;
+    read_push_line(line, [&](const spool_push &push) {
+        if (!wanted(filter, push))
+            return;
+        if (given(what.line, option_json))
+            any = true;
+        else
+            print_push(known, push);
+    });
+    if (any)
         puts(line.c_str());
-        return;
-    }
-    json_tree push(cJSON_Parse(line.c_str()));
-    const cJSON *data = cJSON_GetObjectItem(push.get(), "data");
-    if (!cJSON_IsArray(data)) {
-        if (data)
-            print_push(known, push.get(), data);
-        return;
-    }
-    const cJSON *one = nullptr;
-    cJSON_ArrayForEach(one, data) {
-        print_push(known, push.get(), one);
-    }
 }
 
-// Prints the whole lines of what has come and leaves the rest.
-void print_lines(const call &what, const names &known, std::string *text)
+int print_spool(const call &what, const household &known, const push_filter &filter)
 {
-    size_t begin = 0;
-    for (size_t end = 0; (end = text->find('\n', begin)) != std::string::npos; begin = end + 1)
-        print_line(what, known, text->substr(begin, end - begin));
-    text->erase(0, begin);
+    if (read_spool(what.where, [&](const std::string &line) { print_line(what, known, filter, line); }))
+        return exit_done;
+    fprintf(stderr, "appidentctl: no spool at %s: %s\n", what.where.push_spools.back().c_str(), strerror(errno));
+    return errno == ENOENT ? exit_done : exit_unreachable;
 }
 
-int print_spool(const call &what)
-{
-    std::string text;
-    bool older = read_file(what.where.push_spool + ".1", &text);
-    if (!read_file(what.where.push_spool, &text) && !older) {
-        fprintf(stderr, "appidentctl: no spool at %s: %s\n", what.where.push_spool.c_str(), strerror(errno));
-        return errno == ENOENT ? exit_done : exit_unreachable;
-    }
-    print_lines(what, read_names(what.where), &text);
-    return exit_done;
-}
-
-int follow(const call &what)
+int follow(const call &what, const household &known, const push_filter &filter)
 {
     const std::string &path = what.where.push_socket;
     sockaddr_un address = {};
@@ -139,12 +162,14 @@ int follow(const call &what)
         return exit_unreachable;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    names known = read_names(what.where);
     std::string text;
     char piece[4096];
     for (ssize_t size = 0; (size = recv(fd.get(), piece, sizeof(piece), 0)) > 0;) {
         text.append(piece, static_cast<size_t>(size));
-        print_lines(what, known, &text);
+        size_t begin = 0;
+        for (size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1)
+            print_line(what, known, filter, text.substr(begin, end - begin));
+        text.erase(0, begin);
     }
     fputs("appidentctl: the daemon closed the stream of pushes: it ended, or turned us away, or we were too slow\n", stderr);
     return exit_unreachable;
@@ -154,5 +179,9 @@ int follow(const call &what)
 
 int run_pushes(const call &what)
 {
-    return given(what.line, option_follow) ? follow(what) : print_spool(what);
+    household known = read_household(what.where);
+    push_filter filter;
+    if (!read_filter(what, known, &filter))
+        return exit_usage;
+    return given(what.line, option_follow) ? follow(what, known, filter) : print_spool(what, known, filter);
 }

@@ -1,13 +1,15 @@
-// status: both counter pages, in plain words.
+// status: what matters on one screen, or with --all both counter pages, in plain words.
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/daemon_page.h"
 #include "tools/appidentctl/exit_codes.h"
-#include "tools/appidentctl/names.h"
+#include "tools/appidentctl/household.h"
+#include "tools/appidentctl/json_file.h"
 #include "tools/appidentctl/table.h"
 #include "tools/appidentctl/time_text.h"
 
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 
 namespace {
 
@@ -23,11 +25,9 @@ template <size_t size> const counter_about *find_about(const counter_about (&lis
     return nullptr;
 }
 
-std::string shown_value(counter_kind kind, u32 value)
+std::string instant_text(u32 epoch)
 {
-    if (kind != counter_kind::instant)
-        return std::to_string(value);
-    return value ? time_text(value) : "never";
+    return epoch ? time_text(epoch) : "never";
 }
 
 template <size_t size> void print_page(const char *title, const counters &page, const counter_about (&list)[size])
@@ -37,16 +37,76 @@ template <size_t size> void print_page(const char *title, const counters &page, 
         puts("  no counters to be read");
         return;
     }
-    text_table table = {"rl", {}};
+    text_table table = {{{"", true}, {"", false, true}}, {}};
     for (const counter_reading &one : page.all) {
         const counter_about *about = find_about(list, one.name);
         counter_kind kind = about ? about->kind : counter_kind::total;
         if (kind == counter_kind::state)
             continue;
         std::string meaning = about ? about->meaning : one.name;
-        table.rows.push_back({shown_value(kind, one.value), (kind == counter_kind::part ? "  " : "") + meaning});
+        table.rows.push_back({kind == counter_kind::instant ? instant_text(one.value) : std::to_string(one.value),
+                              (kind == counter_kind::part ? "  " : "") + meaning});
     }
     print_table(table);
+}
+
+// What was dropped, refused or lost, one for each reason that occurred: "2 cut short, 1 device not tracked".
+template <size_t size> std::string losses(const counters &page, const counter_about (&list)[size])
+{
+    std::string all;
+    for (const counter_reading &one : page.all) {
+        const counter_about *about = find_about(list, one.name);
+        if (about && about->kind == counter_kind::part && one.value && strncmp(about->meaning, "recorded", 8) != 0)
+            all += (all.empty() ? "" : "; ") + std::to_string(one.value) + " " + about->meaning;
+    }
+    return all.empty() ? "none" : all;
+}
+
+std::string uptime_text(const counters &own)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    u32 since = static_cast<u32>(now.tv_sec) - counter_value(own, counter_started_uptime);
+    return span_text(since);
+}
+
+std::string devices_text(const household &known)
+{
+    size_t on_line = 0, watched = 0;
+    for (const known_device &one : known.devices) {
+        on_line += one.on_line;
+        watched += one.role > 0;
+    }
+    return std::to_string(known.devices.size()) + " known, " + std::to_string(on_line) + " on line, " +
+           std::to_string(watched) + " watched";
+}
+
+void print_state(daemon_state state, const counters &own)
+{
+    printf("appident " APPIDENT_VERSION " is %s", state_name(state));
+    if (own.found)
+        printf(" (process %u)", own.owner);
+    if (state == daemon_starting)
+        printf(", %u s to go", seconds_to_start(own));
+    if (state == daemon_serving)
+        printf(", up %s", uptime_text(own).c_str());
+    puts(state == daemon_gone ? "; these are the figures of its last run." : ".");
+}
+
+void print_summary(const call &what, const counters &own, const counters &platform)
+{
+    text_table table = {{{""}, {"", false, true}}, {}};
+    table.rows.push_back({"devices", devices_text(read_household(what.where))});
+    table.rows.push_back({"traffic", std::to_string(counter_value(own, counter_traffic_messages)) + " messages, " +
+                                         std::to_string(counter_value(own, counter_hits_tracked)) + " recorded, the last " +
+                                         instant_text(counter_value(own, counter_last_hit_time))});
+    table.rows.push_back({"pushes", std::to_string(counter_value(own, counter_pushes)) + " sent, the last " +
+                                        instant_text(counter_value(own, counter_last_push_time))});
+    table.rows.push_back({"requests", std::to_string(counter_value(own, counter_requests)) + " answered"});
+    table.rows.push_back({"not used", losses(own, daemon_counters)});
+    table.rows.push_back({"platform", platform.found ? losses(platform, platform_counters) : "no counters to be read"});
+    print_table(table);
+    puts("'appidentctl status --all' shows every counter, 'appidentctl doctor' what is wrong.");
 }
 
 cJSON *page_json(const std::string &path, const counters &page)
@@ -60,14 +120,14 @@ cJSON *page_json(const std::string &path, const counters &page)
     return object;
 }
 
-void print_json(const call &what, daemon_state state, const counters &own, const counters &platform)
+void print_as_json(const call &what, daemon_state state, const counters &own, const counters &platform)
 {
     json_tree root(cJSON_CreateObject());
+    cJSON_AddStringToObject(root.get(), "version", APPIDENT_VERSION);
     cJSON_AddStringToObject(root.get(), "state", state_name(state));
     cJSON_AddItemToObject(root.get(), "daemon", page_json(what.where.counters, own));
     cJSON_AddItemToObject(root.get(), "platform", page_json(what.where.platform_counters, platform));
-    heap_text text(cJSON_PrintUnformatted(root.get()));
-    puts(text.get());
+    print_json(root.get());
 }
 
 } // namespace
@@ -78,16 +138,15 @@ int run_status(const call &what)
     counters platform = read_counters(what.where.platform_counters);
     daemon_state state = state_of(own);
     if (given(what.line, option_json)) {
-        print_json(what, state, own, platform);
+        print_as_json(what, state, own, platform);
     } else {
-        printf("The daemon is %s", state_name(state));
-        if (own.found)
-            printf(" (process %u)", own.owner);
-        if (state == daemon_starting)
-            printf(", %u s to go", seconds_to_start(own));
-        puts(state == daemon_gone ? "; these are the figures of its last run." : ".");
-        print_page("The daemon", own, daemon_counters);
-        print_page("The platform library", platform, platform_counters);
+        print_state(state, own);
+        if (given(what.line, option_all)) {
+            print_page("The daemon", own, daemon_counters);
+            print_page("The platform library", platform, platform_counters);
+        } else if (own.found) {
+            print_summary(what, own, platform);
+        }
     }
     return state == daemon_serving || state == daemon_starting ? exit_done : exit_unreachable;
 }

@@ -1,17 +1,25 @@
-// Tables for people: columns as wide as their widest cell, counted in characters of UTF-8.
+// Tables for people: columns as wide as their widest cell on the screen, cut to the terminal's width.
 #ifndef APPIDENTCTL_TABLE_H
 #define APPIDENTCTL_TABLE_H
 
 #include <string>
 #include <vector>
 
-struct text_table {
-    const char *right_columns;                  // one character a column, 'r' for right-justified
-    std::vector<std::vector<std::string>> rows; // the first row is the heading
+struct table_column {
+    const char *heading;
+    bool right = false;   // right-justified, as numbers are
+    bool may_cut = false; // its cells may be cut, with "…" at the end, where the terminal is too narrow
 };
 
-// Prints to standard output. Control characters in a cell, which a device's name may hold, print as '?'.
+struct text_table {
+    std::vector<table_column> columns;
+    std::vector<std::vector<std::string>> rows; // a cell for each column
+};
+
+// Prints to standard output, with a line of headings unless they are all empty.
 void print_table(const text_table &table);
+
+// Control characters, which a device's name may hold, and bytes that are no UTF-8 as '?'.
 std::string printable(const std::string &text);
 
 #endif

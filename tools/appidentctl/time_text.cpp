@@ -9,6 +9,18 @@ std::string time_text(time_t when)
     return text;
 }
 
+std::string clock_text(time_t when)
+{
+    char text[32] = "";
+    struct tm local = {}, today = {};
+    time_t now = time(nullptr);
+    localtime_r(&when, &local);
+    localtime_r(&now, &today);
+    bool same_day = local.tm_year == today.tm_year && local.tm_yday == today.tm_yday;
+    strftime(text, sizeof(text), same_day ? "%H:%M" : "%m-%d %H:%M", &local);
+    return text;
+}
+
 std::string span_text(time_t seconds)
 {
     if (seconds < 120)

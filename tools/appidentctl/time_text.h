@@ -7,6 +7,8 @@
 
 // An epoch second as local time, "2026-03-01 18:32:05".
 std::string time_text(time_t when);
+// The same in few words: "18:32" for today, else "03-01 18:32".
+std::string clock_text(time_t when);
 // "12 s", "3 min" or "2 h".
 std::string span_text(time_t seconds);
 

@@ -1,0 +1,76 @@
+// doctor: the findings for a healthy run and for broken ones.
+#include "tests/system/appidentctl/scripted_daemon.h"
+
+#include "common/guards.h"
+
+#include <cjson/cJSON.h>
+#include <filesystem>
+#include <string.h>
+#include <time.h>
+#include <utime.h>
+
+namespace {
+
+// "name level" of each check that is not ok.
+std::string complaints(const std::string &json)
+{
+    json_tree root(cJSON_Parse(json.c_str()));
+    std::string all;
+    const cJSON *one = nullptr;
+    cJSON_ArrayForEach(one, cJSON_GetObjectItem(root.get(), "checks")) {
+        std::string level = cJSON_GetObjectItem(one, "level")->valuestring;
+        EXPECT_EQ(level == "ok", !*cJSON_GetObjectItem(one, "advice")->valuestring) << json;
+        if (level != "ok")
+            all += std::string(cJSON_GetObjectItem(one, "check")->valuestring) + " " + level + ";";
+    }
+    return all;
+}
+
+TEST_F(tool, finds_out_why_there_is_no_data)
+{
+    write_file("wrong.json", "{\"lan_interface\":\"nolan0\",\"state_dir\":\"" + home + "\",\"runtime_dir\":\"" + home + "\"}");
+    write_file("junk.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "\",\"socket_group\":\"no such group\"}");
+    write_file("gone.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "/none\",\"runtime_dir\":\"" + home + "\"}");
+    utimbuf long_ago = {1700000000, 1700000000};
+    const struct {
+        void (*spoil)();
+        const char *options;
+        int code;
+        const char *expected; // beside the loopback's lack of neighbours
+    } cases[] = {
+        {[] {}, "", 4, ""},
+        {[] { set("traffic_messages", 0); }, "", 5, "traffic fault;"},
+        {[] { set("hits_tracked", 0); }, "", 5, "records fault;"},
+        {[] { set("last_hit_time", static_cast<u32>(time(nullptr)) + 4000); }, "", 4, "clock warning;"},
+        {[] {
+             for (const char *name : {"traffic_undecodable", "hits_unknown_mac", "traffic_lost", "app_table_full"})
+                 set(name, 3);
+             set("pushes", 0), set("last_hit_time", static_cast<u32>(time(nullptr)) - 4000);
+         },
+         "", 4, "decoding warning;unknown MACs warning;losses warning;records warning;tables warning;pushes warning;"},
+        {[] { write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":0}]})"); }, "", 5, "devices fault;"},
+        {[] {}, "--settings=$HOME_DIR/wrong.json", 5, "LAN fault;"},
+        {[] {}, "--settings=$HOME_DIR/junk.json", 5, "settings fault;"},
+        {[] {}, "--settings=$HOME_DIR/gone.json", 5, "devices fault;disk fault;"},
+        {[] {}, "--log=$HOME_DIR/old.log", 5, "log fault;"},
+        {[] { std::filesystem::remove(home + "/counters"); }, "--socket=$HOME_DIR/none", 3, "daemon fault;socket fault;"},
+    };
+    for (const auto &one : cases) {
+        SetUp();
+        write_file("log", "a line\n");
+        write_file("old.log", "a line\n");
+        utime((home + "/old.log").c_str(), &long_ago);
+        for (const char *name : {"traffic_messages", "hits_tracked", "pushes"})
+            set(name, 5);
+        set("last_hit_time", static_cast<u32>(time(nullptr)));
+        one.spoil();
+        outcome got = run("doctor --json --log=$HOME_DIR/log " + std::string(one.options));
+        std::string found = complaints(got.words);
+        size_t neighbours = found.find("neighbours warning;");
+        ASSERT_NE(neighbours, std::string::npos) << got.words;
+        EXPECT_EQ(found.erase(neighbours, strlen("neighbours warning;")), one.expected) << got.words;
+        EXPECT_EQ(got.code, one.code) << got.words;
+    }
+}
+
+} // namespace

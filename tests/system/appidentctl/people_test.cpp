@@ -1,0 +1,116 @@
+// Names, tables, sums and completion: what a person at a terminal meets.
+#include "tests/system/appidentctl/scripted_daemon.h"
+
+#include <filesystem>
+#include <stdio.h>
+#include <time.h>
+
+namespace {
+
+TEST_F(tool, knows_devices_apps_and_classes_by_what_people_call_them)
+{
+    const struct {
+        const char *words;
+        const char *meant; // what is asked about, or said where it is not clear
+    } cases[] = {
+        {"AA-00-00-00-00-01", "\"AA-00-00-00-00-01\""},
+        {"aa00.0000.0001", "\"AA-00-00-00-00-01\""},
+        {"ANN", "\"AA-00-00-00-00-01\""},
+        {"bo", "\"AA-00-00-00-00-02\""},
+        {"平板", "\"AA-00-00-00-00-03\""},
+        {"Anne", "do you mean: Ann (AA-00-00-00-00-01)?"},
+        {"b", "may be any of: Bob (AA-00-00-00-00-02), Ben (AA-00-00-00-00-04)"},
+        {"192.168.1.9", "no device has the address"},
+    };
+    write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":1,"name":"Ann"},
+        {"mac":"AA-00-00-00-00-02","name":"Bob"},{"mac":"AA-00-00-00-00-03","name":"小明的平板电脑"},
+        {"mac":"AA-00-00-00-00-04","name":"Ben"}]})");
+    for (const auto &one : cases) {
+        script.asked = "";
+        outcome got = run(std::string("apps '") + one.words + "'");
+        EXPECT_NE((script.asked + got.words).find(one.meant), std::string::npos) << one.words << script.asked << got.words;
+    }
+    for (const char *words : {"1", "games", "GAM"})
+        EXPECT_NE(run(std::string("catalogue --class ") + words).words.find("1002  Blocks  games\n"), std::string::npos)
+            << words;
+    EXPECT_NE(run("catalogue --class e").words.find("any of: everything else, eye protection"), std::string::npos);
+}
+
+// As a person sees it on a wide and on a narrow terminal; a Chinese character takes two places.
+TEST_F(tool, fits_tables_to_the_terminal)
+{
+    write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":1,"name":"小明的平板电脑"},
+        {"mac":"AA-00-00-00-00-02","role":0,"name":"A\tb","online":false}]})");
+    EXPECT_EQ(run("apps --all", "COLUMNS=80").words, "DEVICE          APP         SINCE        MINUTES\n"
+                                                     "小明的平板电脑  1001 Video  11-14 22:13       12\n");
+    EXPECT_EQ(run("apps --all", "COLUMNS=40").words, "DEVICE    APP       SINCE        MINUTES\n"
+                                                     "小明的…   1001 Vi…  11-14 22:13       12\n");
+    EXPECT_EQ(run("devices", "COLUMNS=80").words,
+              "DEVICE          ADDRESS  ROLE                 ON LINE   APP NOW      TODAY\n"
+              "小明的平板电脑  -        watched with limits  on line   1001 Video  12 min\n"
+              "A?b             -        not watched          off line  -                -\n");
+    EXPECT_EQ(
+        run("apps --all --json").words,
+        R"({"apps":[{"mac":"AA-00-00-00-00-01","device":"小明的平板电脑","app_id":1001,"app":"Video","since":1700000000,"minutes":12}]})"
+        "\n");
+}
+
+// A session over midnight counts from midnight on, and one that the day's end cut yesterday not at all.
+TEST_F(tool, sums_up_today)
+{
+    time_t now = time(nullptr), midnight = now - now % 86400; // the tool runs in UTC
+    timespec uptime = {};
+    clock_gettime(CLOCK_BOOTTIME, &uptime);
+    auto history = [](time_t when, time_t armed, int minutes) {
+        return "{\"time\":" + std::to_string(when) + ",\"code\":1008,\"occur_time\":" + std::to_string(armed) +
+               R"(,"data":{"endmac":"AA-00-00-00-00-01","appid":"1002","sumtime":")" + std::to_string(minutes * 60) + "\"}}\n";
+    };
+    write_file("pushes.jsonl.1", history(midnight - 100, 0, 1));
+    write_file("pushes.jsonl", history(midnight + 120, 0, 50) + "half a line\n" +
+                                   history(midnight + 180, uptime.tv_sec - (now - midnight) - 3600, 33) + history(now, 0, 1));
+    time_t since = std::min<time_t>((now - midnight) / 60, 12); // what the daemon tells of the app in use
+    std::string minutes = std::to_string(2 + (now >= midnight + 60 ? 1 : 0));
+    std::string table = run("today ann").words, json = run("today --json").words;
+    EXPECT_NE(table.find("Ann     1002 Blocks              games                   " + minutes + "\n"), std::string::npos)
+        << table;
+    EXPECT_NE(table.find("Ann     all of games                                     " + minutes + "\n"), std::string::npos)
+        << table;
+    EXPECT_NE(json.find(R"({"app_id":1001,"app":"Video","minutes":)" + std::to_string(since) + "}"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"complete_since\":" + std::to_string(midnight) + ","), std::string::npos) << json;
+    EXPECT_NE(run("pushes --device ann --code history").words.find("1008 history    Ann  1002 Blocks  50 min"),
+              std::string::npos);
+    EXPECT_EQ(run("pushes --device bob").words + run("pushes --code limit --json").words, "");
+    std::filesystem::remove(home + "/pushes.jsonl");
+    std::filesystem::remove(home + "/pushes.jsonl.1");
+    EXPECT_NE(run("today").words.find("what was before is not kept"), std::string::npos);
+}
+
+// The completion compares and quotes what the tool offers; nothing of it is run.
+TEST_F(tool, offers_words_to_the_shell)
+{
+    write_file("roster.json", R"json({"devices":[{"mac":"AA-00-00-00-00-01","name":"$(touch $HOME_DIR/run)"},
+        {"mac":"$(touch $HOME_DIR/run)","name":"Ben's `touch $HOME_DIR/run` tablet"}]})json");
+    auto complete = [](const std::string &words) {
+        std::string command = "bash -c 'cd " + home + "; PATH=" + home +
+                              ":$PATH; . " COMPLETION "; compopt() { echo files; };" + "COMP_WORDS=(appidentctl " + words +
+                              "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _appidentctl; " +
+                              "printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
+        FILE *pipe = popen(command.c_str(), "r");
+        std::string out;
+        for (int c = 0; (c = fgetc(pipe)) != EOF;)
+            out += static_cast<char>(c);
+        pclose(pipe);
+        return out;
+    };
+    write_file("appidentctl", "#!/bin/sh\nexec " TOOL_COMMAND " --socket=" + home + "/none \"$@\"\n");
+    std::filesystem::permissions(home + "/appidentctl", std::filesystem::perms::all);
+    EXPECT_EQ(complete("st"), "status\n");
+    EXPECT_EQ(complete("limits x --cl"), "--class\n");
+    EXPECT_EQ(complete("limits x --class \"eye\""), "eye\\ protection\n");
+    EXPECT_EQ(complete("--settings x limits AA"), "AA-00-00-00-00-01\n");
+    EXPECT_EQ(complete("apps \"\\$\""), "\\$\\(touch\\ \\$HOME_DIR/run\\)\n");
+    EXPECT_NE(complete("limits x --set \"\"").find("files"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(home + "/run"));
+}
+
+} // namespace

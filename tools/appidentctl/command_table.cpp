@@ -1,0 +1,160 @@
+// The table of commands, and the help that is made from it.
+#include "tools/appidentctl/command_line.h"
+#include "tools/appidentctl/commands.h"
+#include "tools/appidentctl/exit_codes.h"
+
+#include <algorithm>
+#include <stdio.h>
+
+namespace {
+
+// Offered by no help and no completion: the shell's completion calls it.
+constexpr const char *hidden_command = "complete";
+
+std::string option_words(const command_option &one)
+{
+    const option_about &entry = about_option(one.id);
+    const char *value = value_word(entry.value);
+    return std::string("--") + entry.name + (value ? std::string(" ") + value : "");
+}
+
+void print_options(const std::vector<command_option> &list)
+{
+    size_t width = 0;
+    for (const command_option &one : list)
+        width = std::max(width, option_words(one).size());
+    for (const command_option &one : list)
+        printf("  %-*s  %s\n", static_cast<int>(width), option_words(one).c_str(), one.help);
+}
+
+} // namespace
+
+const std::vector<command> &all_commands()
+{
+    static const std::vector<command> commands = {
+        {"devices", no_operand, run_devices, "who is on the LAN, and what each device uses", {}},
+        {"device",
+         one_device,
+         run_device,
+         "show or change one device",
+         {{option_name, "call it so; \"\" takes the name away"},
+          {option_role, "0: not watched, 1: watched with limits, 2: watched without limits"},
+          {option_yes, "do not ask before role 0 deletes its settings"}}},
+        {"today", maybe_device, run_today, "minutes of today for each app and class", {}},
+        {"apps",
+         maybe_device,
+         run_apps,
+         "what devices use right now",
+         {{option_all, "every device that is on line"},
+          {option_devices, "these devices"},
+          {option_rom, "also apps in their first minute"}}},
+        {"limits",
+         one_device,
+         run_limits,
+         "show or store a device's use-time limits",
+         {{option_set_file, "store the limits of a JSON file (- for standard input); classes it leaves out are off"},
+          {option_class, "change this class (1 to 5 or its name) and keep the others as stored"},
+          {option_minutes, "minutes of use that the class allows, at most 1440; as stored when left out"},
+          {option_apps, "apps that count, names or numbers, or \"all\" for every app of the class; as stored when left out"},
+          {option_on, "the class is watched (the default)"},
+          {option_off, "the class is not watched"},
+          {option_others_off, "do not read what is stored: write all other classes off"}}},
+        {"payments",
+         one_device,
+         run_payments,
+         "show or store a device's payment-alert switches",
+         {{option_set_switches, "switch enable, weixin, alipay, qqpay or applepay on or off, keep the others as stored"},
+          {option_all_off, "switch everything off"}}},
+        {"pushes",
+         no_operand,
+         run_pushes,
+         "what the daemon told the household",
+         {{option_follow, "print pushes as they come, until interrupted, instead of those in the spool"},
+          {option_device, "only those about this device"},
+          {option_code, "only those of this kind, such as history or 1008"}}},
+        {"catalogue",
+         no_operand,
+         run_catalogue,
+         "the apps that are known, with their numbers and classes",
+         {{option_class, "only the apps of this class"}}},
+        {"status",
+         no_operand,
+         run_status,
+         "is it up, what came in, what was dropped",
+         {{option_all, "every counter of the daemon and of the platform library"}}},
+        {"doctor",
+         no_operand,
+         run_doctor,
+         "why is there no data, and what is left to do",
+         {{option_log, "the daemon's log (/tmp/appident.log)"}}},
+        {"help", maybe_command, run_help, "what a command does and takes", {}},
+        {"version", no_operand, run_version, "the version of this program", {}},
+        {hidden_command, any_words, run_complete, "words that may stand where the last one is being typed", {}},
+    };
+    return commands;
+}
+
+const std::vector<command_option> &common_options()
+{
+    static const std::vector<command_option> list = {
+        {option_json, "JSON for programs instead of a table for people"},
+        {option_socket, "the daemon's request socket (/tmp/.appident.ipc)"},
+        {option_timeout, "how long to wait for an answer, fractions allowed (3)"},
+        {option_settings, "the platform settings (/etc/appident/platform.json)"},
+        {option_counters, "the daemon's counters (/tmp/.appident.counters)"},
+        {option_help, "this text"},
+        {option_version, "the version of this program"},
+    };
+    return list;
+}
+
+const command *find_command(const std::string &name)
+{
+    for (const command &one : all_commands())
+        if (name == one.name)
+            return &one;
+    return nullptr;
+}
+
+void print_help(const command *about)
+{
+    if (about) {
+        constexpr const char *operand_words[] = {"", " [DEVICE]", " DEVICE", " [COMMAND]", ""};
+        printf("Usage: appidentctl %s%s%s\n%s.\n\n", about->name, operand_words[about->takes],
+               about->options.empty() ? "" : " [OPTION]...", about->summary);
+        if (!about->options.empty()) {
+            print_options(about->options);
+            putchar('\n');
+        }
+    } else {
+        puts("Usage: appidentctl COMMAND [OPTION]...\nAsks the appident daemon on this box.\n");
+        for (const command &one : all_commands())
+            if (one.takes != any_words)
+                printf("  %-9s  %s\n", one.name, one.summary);
+        puts("\nOptions of every command:");
+    }
+    print_options(common_options());
+    puts("\nA DEVICE is its name, its IP address, or its MAC in any common form; an APP or a CLASS its name or number.");
+    if (!about)
+        puts("'appidentctl help COMMAND' tells a command's options.\n"
+             "Exit code: 0 done, 1 refused, 2 usage, 3 daemon not reachable; doctor: 4 warning, 5 fault.");
+}
+
+int run_help(const call &what)
+{
+    if (what.line.operands.empty()) {
+        print_help(nullptr);
+        return exit_done;
+    }
+    const command *about = find_command(what.line.operands[0]);
+    if (!about)
+        return usage_error({}, "'%s' is no command", what.line.operands[0].c_str());
+    print_help(about);
+    return exit_done;
+}
+
+int run_version(const call &)
+{
+    puts("appidentctl " APPIDENT_VERSION);
+    return exit_done;
+}
