@@ -1,6 +1,8 @@
-// The router's app catalogue, from state_dir/catalogue.json:
+// The router's app catalogue: the installed one (the setting "catalogue") and the owner's, state_dir/catalogue.json, both as
 //   {"data":[{"class_type":"1","appid":[1001,1002]}, ...],"names":{"1001":"Video"}}
-// "names" is for tools. Classes that make no sense are left out. The file is read again whenever it changed.
+// An app of the owner's file is added, or takes its class from there. "names" is for tools. Classes and ids that make no sense
+// are left out. Files are read again whenever they changed; one that no longer makes sense leaves its last good contents in
+// use.
 #ifndef PLATFORM_LINUX_CATALOGUE_H
 #define PLATFORM_LINUX_CATALOGUE_H
 

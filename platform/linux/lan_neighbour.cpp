@@ -1,7 +1,7 @@
 #include "platform/linux/lan_neighbour.h"
 
 #include "common/guards.h"
-#include "platform/linux/client/settings.h"
+#include "platform/linux/lan_choice.h"
 
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
@@ -13,6 +13,7 @@
 namespace {
 
 constexpr int resolved_states = NUD_PERMANENT | NUD_NOARP | NUD_REACHABLE | NUD_PROBE | NUD_STALE | NUD_DELAY;
+constexpr int confirmed_states = NUD_PERMANENT | NUD_NOARP | NUD_REACHABLE;
 
 bool is_device(const unsigned char *mac)
 {
@@ -25,7 +26,7 @@ bool is_device(const unsigned char *mac)
 
 u32 lan_interface_index()
 {
-    return if_nametoindex(settings().lan_interface);
+    return if_nametoindex(chosen_lan().interface);
 }
 
 bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out)
@@ -51,5 +52,6 @@ bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out)
     memcpy(out->mac, nl_addr_get_binary_addr(hardware), sizeof(out->mac));
     out->usable =
         message->nlmsg_type == RTM_NEWNEIGH && (rtnl_neigh_get_state(parsed) & resolved_states) != 0 && is_device(out->mac);
+    out->confirmed = out->usable && (rtnl_neigh_get_state(parsed) & confirmed_states) != 0;
     return true;
 }

@@ -9,7 +9,8 @@ struct nlmsghdr;
 struct lan_neighbour {
     u32 ip; // network order
     unsigned char mac[6];
-    bool usable; // resolved to a device's MAC; false when it failed, is not resolved yet, was removed or is no device
+    bool confirmed; // just now, or never in doubt; false while the kernel only remembers it
+    bool usable;    // resolved to a device's MAC; false when it failed, is not resolved yet, was removed or is no device
 };
 
 // False for a message about anything but an IPv4 neighbour on the LAN interface. Any thread.

@@ -4,6 +4,7 @@
 #include "igd/igd_lib.h"
 #include "platform/linux/platform_counters.h"
 
+#include <atomic>
 #include <errno.h>
 #include <netlink/socket.h>
 #include <string.h>
@@ -12,6 +13,8 @@
 namespace {
 
 constexpr int receive_buffer = 512 * 1024;
+
+std::atomic<u32> port{0};
 
 bool sender_allowed(msghdr *message)
 {
@@ -44,8 +47,16 @@ int __nlk_msg_init(struct igd_netlink_handler *h, int, int, int)
     h->dst_addr = h->src_addr;
     if (bind(fd.get(), reinterpret_cast<sockaddr *>(&h->src_addr), sizeof(h->src_addr)) != 0)
         return -1;
+    socklen_t size = sizeof(h->src_addr);
+    getsockname(fd.get(), reinterpret_cast<sockaddr *>(&h->src_addr), &size);
+    port = h->src_addr.nl_pid;
     h->sock_fd = fd.release();
     return 0;
+}
+
+u32 message_channel_port()
+{
+    return port;
 }
 
 // Never waits: nothing queued is a failure like any other.

@@ -11,4 +11,8 @@
 constexpr u32 message_channel_group = 17;
 constexpr u32 message_channel_mask = 1u << (message_channel_group - 1);
 
+// The netlink port of the daemon's end in this process, 0 before it is open. A message to the port alone has a known end: it
+// arrives, or sending fails.
+u32 message_channel_port();
+
 #endif

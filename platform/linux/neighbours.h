@@ -1,5 +1,5 @@
-// Keeps the neighbour table as the kernel's: a thread of its own follows the kernel's notifications, and a look-up that misses
-// asks the kernel once. Only neighbours on the LAN interface count.
+// Keeps the neighbour table as the kernel's, and with it who is on line (presence.h): a thread of its own follows the kernel's
+// notifications. Only neighbours on the LAN interface count.
 #ifndef PLATFORM_LINUX_NEIGHBOURS_H
 #define PLATFORM_LINUX_NEIGHBOURS_H
 

@@ -42,6 +42,20 @@ void append_text(text_builder *builder, const char *format, ...)
     va_end(values);
 }
 
+void append_json_text(text_builder *builder, const char *text)
+{
+    append_text(builder, "\"");
+    for (; *text; ++text) {
+        if (*text == '"' || *text == '\\')
+            append_text(builder, "\\%c", *text);
+        else if (static_cast<unsigned char>(*text) < ' ')
+            append_text(builder, "\\u%04x", static_cast<unsigned>(*text));
+        else
+            append_text(builder, "%c", *text);
+    }
+    append_text(builder, "\"");
+}
+
 heap_text take_text(text_builder *builder)
 {
     heap_text text(builder->failed ? nullptr : builder->text.release());

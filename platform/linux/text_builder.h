@@ -14,6 +14,8 @@ struct text_builder {
 };
 
 void append_text(text_builder *builder, const char *format, ...) __attribute__((format(printf, 2, 3)));
+// In quotes, as JSON has it.
+void append_json_text(text_builder *builder, const char *text);
 // The text, terminated; null after a failure. The builder is empty afterwards.
 heap_text take_text(text_builder *builder);
 

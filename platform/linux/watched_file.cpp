@@ -1,24 +1,28 @@
 #include "platform/linux/watched_file.h"
 
 #include "platform/linux/client/json_text.h"
-#include "platform/linux/client/settings.h"
 
-json_tree read_when_changed(watched_file *file)
+#include <utility>
+
+file_news look_at_file(watched_file *file, const char *path, json_tree *root)
 {
-    char path[state_path_size];
-    state_path(path, file->name);
     struct stat now = {};
     if (stat(path, &now) != 0)
         now = {};
     if (file->looked && same_contents(now, file->seen))
-        return nullptr;
+        return file_unchanged;
     text_file contents = read_text_file(path, json_text_limit);
     // A file replaced or written to between the two looks is met again at the next call.
     file->looked = contents.outcome != file_read || same_contents(now, contents.about);
     file->seen = now;
-    json_tree root(contents.text ? parse_json_text(contents.text.get()) : nullptr);
-    if (cJSON_IsObject(root.get()))
-        return root;
-    count_platform(file->unreadable);
-    return nullptr;
+    json_tree parsed(contents.text ? parse_json_text(contents.text.get()) : nullptr);
+    if (cJSON_IsObject(parsed.get())) {
+        file->met = true;
+        *root = std::move(parsed);
+        return file_fresh;
+    }
+    bool missing = contents.outcome == file_missing;
+    if (!missing || file->met)
+        count_platform(file->unreadable);
+    return missing ? file_gone : file_useless;
 }

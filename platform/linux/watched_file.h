@@ -1,4 +1,4 @@
-// A JSON file that others replace while the daemon runs: read again when it changed, the last good contents kept otherwise.
+// A JSON file that others replace while the daemon runs: read again when it changed.
 #ifndef PLATFORM_LINUX_WATCHED_FILE_H
 #define PLATFORM_LINUX_WATCHED_FILE_H
 
@@ -9,14 +9,20 @@
 
 // Guarded by its owner's lock.
 struct watched_file {
-    const char *name; // in state_dir
     platform_counter unreadable;
     bool looked; // `seen` holds what was met last, readable or not; all zero for a missing file
+    bool met;    // it could be read once
     struct stat seen;
 };
 
-// The new tree when the file changed and makes sense (an object), else null. What does not is counted once for each change. One
-// stat a call when nothing changed.
-json_tree read_when_changed(watched_file *file);
+enum file_news {
+    file_unchanged,
+    file_fresh,   // new contents that make sense (an object)
+    file_gone,    // it is not there; counted when it could be read before
+    file_useless, // refused, or no object; counted
+};
+
+// What is new since the last call; `root` is filled for file_fresh alone. One stat a call when nothing changed.
+file_news look_at_file(watched_file *file, const char *path, json_tree *root);
 
 #endif

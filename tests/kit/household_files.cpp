@@ -37,6 +37,8 @@ bool write_settings()
     cJSON_AddStringToObject(root.get(), "lan_interface", lan_interface_name);
     cJSON_AddStringToObject(root.get(), "state_dir", state_directory);
     cJSON_AddStringToObject(root.get(), "runtime_dir", runtime_directory);
+    // Only the household's own apps, also where the package is installed.
+    cJSON_AddStringToObject(root.get(), "catalogue", "/tmp/household/none.json");
     return write_whole(settings_path, root.get());
 }
 

@@ -99,6 +99,8 @@ finding check_clock(const evidence &seen)
 finding check_lan(const evidence &seen)
 {
     const std::string &name = seen.where.lan_interface;
+    if (name == "auto")
+        return {sound, "chosen by the daemon: its first lines on standard error say which and why", ""};
     lan_look lan = look_at_lan(name);
     if (!lan.exists)
         return {fault, "there is no interface " + name, "name the right one as \"lan_interface\" in " + seen.where.settings};
@@ -111,6 +113,8 @@ finding check_lan(const evidence &seen)
 
 finding check_neighbours(const evidence &seen)
 {
+    if (seen.where.lan_interface == "auto")
+        return {sound, "followed on the interface that the daemon has chosen", ""};
     int count = count_neighbours(seen.where.lan_interface);
     if (count == 0)
         return {warning, "the kernel knows nobody on " + seen.where.lan_interface,

@@ -23,6 +23,14 @@
     row(router_overruns,        total, "times that router messages were lost") \
     row(roster_unreadable,      total, "roster missing or unreadable; the last good one is in use") \
     row(roster_entries_refused, total, "roster entries left out: no MAC, twice, too many") \
+    row(observed_unreadable,    total, "file of observed devices unreadable") \
+    row(observed_unwritten,     total, "times that the observed devices could not be written") \
+    row(devices_forgotten,      total, "observed devices that gave way to newer ones") \
+    row(devices_refused,        total, "devices not taken: as many as fit have a role or a name given") \
+    row(probes_sent,            total, "silent devices asked for") \
+    row(probes_failed,          part,  "refused by the kernel") \
+    row(host_messages,          total, "times that the daemon was told of a device on or off line") \
+    row(host_messages_failed,   total, "times that it could not be told, to be tried again") \
     row(catalogue_unreadable,   total, "catalogue missing or unreadable") \
     row(neighbours_asked,       total, "look-ups of a MAC that asked the kernel") \
     row(neighbours_unknown,     part,  "without an answer") \

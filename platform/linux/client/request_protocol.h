@@ -16,7 +16,7 @@ constexpr u32 answer_magic = 0x41504153;
 
 // Requests that the platform library answers itself, text in and text out.
 enum library_request_id : u32 {
-    request_list_devices = 1000, // nothing in; {"devices":[...]} out
+    request_list_devices = 1000, // nothing, or {"after":...} in; {"devices":[...]} out
     request_change_device,       // {"mac":...,"name":...,"role":...} in
 };
 

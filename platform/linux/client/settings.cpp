@@ -14,8 +14,14 @@ namespace {
 constexpr size_t settings_limit = 16 * 1024;
 constexpr u32 spool_least = 4096;
 constexpr u32 spool_most = 1u << 30;
+constexpr u32 role_most = 2;
+constexpr u32 minute = 60;
+constexpr u32 offline_least = 1;
+constexpr u32 offline_most = 24 * 60;
 
-platform_settings current = {"br-lan", "/var/lib/appident", "/run/appident", false, 0, 1024 * 1024, false};
+platform_settings current = {
+    "auto", "/var/lib/appident", "/run/appident", false, 0, 1024 * 1024, APPIDENT_DATADIR "/catalogue.json", 0, 60 * minute,
+    false};
 pthread_once_t read_once = PTHREAD_ONCE_INIT;
 
 template <size_t size> void take_text(const cJSON *root, const char *key, char (&out)[size])
@@ -23,6 +29,14 @@ template <size_t size> void take_text(const cJSON *root, const char *key, char (
     const cJSON *item = cJSON_GetObjectItemCaseSensitive(root, key);
     if (cJSON_IsString(item) && *item->valuestring && strlen(item->valuestring) < size)
         snprintf(out, size, "%s", item->valuestring);
+}
+
+// The number, or what stands already.
+u32 number_or(const cJSON *root, const char *key, u32 least, u32 most, u32 otherwise)
+{
+    const cJSON *item = cJSON_GetObjectItemCaseSensitive(root, key);
+    bool fits = cJSON_IsNumber(item) && item->valuedouble >= least && item->valuedouble <= most;
+    return fits ? static_cast<u32>(item->valuedouble) : otherwise;
 }
 
 void take_group(const cJSON *root)
@@ -54,10 +68,12 @@ void read_settings()
     take_text(root.get(), "lan_interface", current.lan_interface);
     take_text(root.get(), "state_dir", current.state_dir);
     take_text(root.get(), "runtime_dir", current.runtime_dir);
+    take_text(root.get(), "catalogue", current.catalogue);
     take_group(root.get());
-    const cJSON *limit = cJSON_GetObjectItemCaseSensitive(root.get(), "spool_limit");
-    if (cJSON_IsNumber(limit) && limit->valuedouble >= spool_least && limit->valuedouble <= spool_most)
-        current.spool_limit = static_cast<u32>(limit->valuedouble);
+    current.spool_limit = number_or(root.get(), "spool_limit", spool_least, spool_most, current.spool_limit);
+    current.default_role = static_cast<int>(number_or(root.get(), "default_role", 0, role_most, 0));
+    current.offline_after =
+        minute * number_or(root.get(), "offline_after", offline_least, offline_most, current.offline_after / minute);
 }
 
 } // namespace

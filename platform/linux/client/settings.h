@@ -13,13 +13,16 @@ constexpr const char *settings_path_variable = "APPIDENT_PLATFORM_SETTINGS";
 
 // Longest texts, so that every path made of them fits its buffer (a socket's holds 107 characters, a configuration path 255).
 struct platform_settings {
-    char lan_interface[16]; // "lan_interface": "br-lan"
-    char state_dir[200];    // "state_dir": "/var/lib/appident"; roster.json, catalogue.json, config/
+    char lan_interface[16]; // "lan_interface": "auto", or an interface's name
+    char state_dir[200];    // "state_dir": "/var/lib/appident"; roster.json, observed.json, catalogue.json, config/
     char runtime_dir[90];   // "runtime_dir": "/run/appident"; pushes.jsonl, pushes.sock, platform.counters
     bool has_socket_group;  // "socket_group": a group's name; none leaves the sockets with the daemon's own group
     gid_t socket_group;
-    u32 spool_limit; // "spool_limit": bytes of pushes.jsonl before it is rotated, 4096 at least
-    bool unreadable; // the file is there and makes no sense, or names an unknown group
+    u32 spool_limit;     // "spool_limit": bytes of pushes.jsonl before it is rotated, 4096 at least
+    char catalogue[200]; // "catalogue": the installed one, which the state directory's adds to
+    int default_role;    // "default_role": of devices that nobody gave a role, 0 to 2
+    u32 offline_after;   // "offline_after": minutes of silence, 1 to 1440; seconds here
+    bool unreadable;     // the file is there and makes no sense, or names an unknown group
 };
 
 // Any thread.

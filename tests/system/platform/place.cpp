@@ -81,7 +81,8 @@ int main(int argc, char **argv)
     socket_path = home + "requests";
     std::filesystem::create_directories(home + "state");
     write_file("settings.json", "{\"state_dir\":\"" + home + "state\",\"runtime_dir\":\"" + home +
-                                    "run\",\"spool_limit\":8192,\"lan_interface\":5}");
+                                    "run\",\"spool_limit\":8192,\"lan_interface\":5,\"offline_after\":1,\"catalogue\":\"" +
+                                    home + "installed.json\"}");
     setenv("APPIDENT_PLATFORM_SETTINGS", (home + "settings.json").c_str(), 1);
     own_network = unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
     testing::InitGoogleTest(&argc, argv);

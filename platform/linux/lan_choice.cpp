@@ -1,0 +1,173 @@
+#include "platform/linux/lan_choice.h"
+
+#include "common/guards.h"
+#include "platform/linux/client/settings.h"
+
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <netinet/in.h>
+#include <netlink/cache.h>
+#include <netlink/netlink.h>
+#include <netlink/route/link.h>
+#include <netlink/socket.h>
+#include <stdio.h>
+#include <string.h>
+
+namespace {
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+lan_choice current;
+bool told = false;
+
+// All links of the kernel; null when it does not tell.
+std::unique_ptr<nl_cache, released_by<nl_cache_free>> read_links()
+{
+    std::unique_ptr<nl_sock, released_by<nl_socket_free>> sock(nl_socket_alloc());
+    nl_cache *links = nullptr;
+    if (sock && nl_connect(sock.get(), NETLINK_ROUTE) >= 0)
+        rtnl_link_alloc_cache(sock.get(), AF_UNSPEC, &links);
+    return std::unique_ptr<nl_cache, released_by<nl_cache_free>>(links);
+}
+
+rtnl_link *first_link(nl_cache *links)
+{
+    return reinterpret_cast<rtnl_link *>(nl_cache_get_first(links));
+}
+
+rtnl_link *link_after(rtnl_link *link)
+{
+    return reinterpret_cast<rtnl_link *>(nl_cache_get_next(reinterpret_cast<nl_object *>(link)));
+}
+
+bool is_kind(rtnl_link *link, const char *kind)
+{
+    const char *own = rtnl_link_get_type(link);
+    return own && strcmp(own, kind) == 0;
+}
+
+// A link that no software made, or one on top of such: a VLAN of it, a bridge with it.
+bool leads_to_hardware(nl_cache *links, rtnl_link *link)
+{
+    if (!rtnl_link_get_type(link) || is_kind(link, "dsa"))
+        return true;
+    bool below = false;
+    for (rtnl_link *other = first_link(links); other; other = link_after(other)) {
+        bool is_port = rtnl_link_get_master(other) == rtnl_link_get_ifindex(link);
+        bool carries = is_kind(link, "vlan") && rtnl_link_get_link(link) == rtnl_link_get_ifindex(other);
+        bool hard = !rtnl_link_get_type(other) || is_kind(other, "dsa") || is_kind(other, "vlan");
+        below |= (is_port || carries) && hard;
+    }
+    return below;
+}
+
+bool is_private(const sockaddr *address)
+{
+    if (!address || address->sa_family != AF_INET)
+        return false;
+    sockaddr_in in;
+    memcpy(&in, address, sizeof(in));
+    u32 ip = ntohl(in.sin_addr.s_addr);
+    return ip >> 24 == 10 || ip >> 20 == 0xAC1 || ip >> 16 == 0xC0A8;
+}
+
+bool has_private_address(const ifaddrs *addresses, const char *name)
+{
+    for (; addresses; addresses = addresses->ifa_next)
+        if (strcmp(addresses->ifa_name, name) == 0 && is_private(addresses->ifa_addr))
+            return true;
+    return false;
+}
+
+bool has_default_route(const char *name)
+{
+    std::unique_ptr<FILE, released_by<fclose>> routes(fopen("/proc/self/net/route", "re"));
+    char line[512], interface[32];
+    unsigned long to = 0, mask = 0;
+    while (routes && fgets(line, sizeof(line), routes.get()))
+        if (sscanf(line, "%31s %lx %*s %*s %*s %*s %*s %lx", interface, &to, &mask) == 3 && to == 0 && mask == 0 &&
+            strcmp(interface, name) == 0)
+            return true;
+    return false;
+}
+
+// 0 for a link that cannot be the LAN.
+int fitness(nl_cache *links, rtnl_link *link, const ifaddrs *addresses)
+{
+    constexpr unsigned excluded = IFF_LOOPBACK | IFF_POINTOPOINT;
+    const char *name = rtnl_link_get_name(link);
+    unsigned flags = rtnl_link_get_flags(link);
+    if (!name || rtnl_link_get_arptype(link) != ARPHRD_ETHER || !(flags & IFF_UP) || (flags & excluded) ||
+        !has_private_address(addresses, name) || has_default_route(name))
+        return 0;
+    return 1 + (is_kind(link, "bridge") ? 1 : 0) + (leads_to_hardware(links, link) ? 2 : 0);
+}
+
+// As far as the settings do not name one.
+void choose(lan_choice *out)
+{
+    *out = {"", "no interface has a private IPv4 address and no default route"};
+    if (if_nametoindex("br-lan")) {
+        *out = {"br-lan", "a bridge of that name is the LAN by custom"};
+        return;
+    }
+    ifaddrs *list = nullptr;
+    auto links = read_links();
+    if (!links || getifaddrs(&list) != 0)
+        return;
+    std::unique_ptr<ifaddrs, released_by<freeifaddrs>> addresses(list);
+    int best = 0, fit = 0;
+    for (rtnl_link *link = first_link(links.get()); link; link = link_after(link)) {
+        int fitness_here = fitness(links.get(), link, list);
+        fit += fitness_here > 0;
+        if (fitness_here <= best)
+            continue;
+        best = fitness_here;
+        snprintf(out->interface, sizeof(out->interface), "%s", rtnl_link_get_name(link));
+    }
+    if (fit > 0)
+        snprintf(out->why, sizeof(out->why), "it has a private IPv4 address and no default route%s",
+                 fit > 1 ? ", the first of several by what is below it" : "");
+}
+
+bool is_usable(const lan_choice &choice)
+{
+    if (!*choice.interface || !if_nametoindex(choice.interface))
+        return false;
+    ifaddrs *list = nullptr;
+    if (getifaddrs(&list) != 0)
+        return true;
+    std::unique_ptr<ifaddrs, released_by<freeifaddrs>> addresses(list);
+    return has_private_address(list, choice.interface) || strcmp(choice.interface, "br-lan") == 0;
+}
+
+} // namespace
+
+lan_choice chosen_lan()
+{
+    mutex_guard held(lock);
+    return current;
+}
+
+bool look_for_lan()
+{
+    mutex_guard held(lock);
+    bool named = strcmp(settings().lan_interface, "auto") != 0;
+    if (told && (named || is_usable(current)))
+        return *current.interface != 0;
+    lan_choice found = {};
+    if (named) {
+        memcpy(found.interface, settings().lan_interface, sizeof(found.interface));
+        snprintf(found.why, sizeof(found.why), "the settings name it");
+    } else {
+        choose(&found);
+    }
+    // An interface without its address is better than none: the address may come back.
+    if (!*found.interface && if_nametoindex(current.interface))
+        return true;
+    if (!told || strcmp(found.interface, current.interface) != 0)
+        fprintf(stderr, "appident: %s%s: %s\n", *found.interface ? "the LAN is " : "no LAN yet", found.interface, found.why);
+    told = true;
+    current = found;
+    return *current.interface != 0;
+}
