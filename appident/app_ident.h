@@ -24,6 +24,7 @@
 #include "appident/tracking/device_registry.h"
 #include "appident/tracking/dump.h"
 #include "appident/tracking/offline.h"
+#include "appident/tracking/sessions.h"
 #include "appident/tracking/tick.h"
 
 #endif

@@ -1,5 +1,6 @@
 #include "appident/pushes/push_alerts.h"
 
+#include "appident/model/session_time.h"
 #include "appident/pushes/payment.h"
 #include "appident/pushes/push_channel.h"
 #include "appident/router/device_service.h"
@@ -25,12 +26,12 @@ u32 limits_in_use(const device_record *dev)
     return dev->utl_num < limits_per_device ? dev->utl_num : static_cast<u32>(limits_per_device);
 }
 
-// The running minute does not count. An app between hits counts nothing until its state settles, on purpose.
-u32 counted_minutes(const app_ident_record &app)
+// An app's minutes of the day. Nothing gives the time axis another state than these two; a record that has one counts nothing.
+u32 minutes_of_day(const app_ident_record &app)
 {
     switch (app.time_axis_app_state) {
     case APP_USING:
-        return app.time_axis_sum_time + app.time_axis_period_time - 1;
+        return app.time_axis_sum_time + counted_minutes(app.time_axis_period_time);
     case APP_UNUSED:
         return app.time_axis_sum_time;
     default:
@@ -42,7 +43,7 @@ u32 class_minutes(const device_record *dev, use_time_limit *limit)
 {
     u32 sum = 0;
     for (const app_ident_record &app : dev->apps) {
-        u32 minutes = app.app_id != 0 ? counted_minutes(app) : 0;
+        u32 minutes = app.app_id != 0 ? minutes_of_day(app) : 0;
         if (minutes != 0 && app_in_limit_array(app.app_id, limit))
             sum += minutes;
     }
@@ -63,14 +64,14 @@ void log_class_apps(const device_record *dev, use_time_limit *limit)
             continue;
         url_check_log(0, "[appident] \t\tapp_id = %u, start_time = %u, current_time = %u, sum_time = %u, period_time = %u",
                       app.app_id, app.time_axis_start_time, app.current_time, app.time_axis_sum_time,
-                      app.time_axis_period_time - 1);
+                      counted_minutes(app.time_axis_period_time));
     }
 }
 
 void alert_long_sessions(device_record *dev, int index)
 {
     for (app_ident_record &app : dev->apps) {
-        if (app.time_axis_app_state == APP_USING && app.time_axis_period_time - 1 >= dev->utl[index].use_time)
+        if (app.time_axis_app_state == APP_USING && counted_minutes(app.time_axis_period_time) >= dev->utl[index].use_time)
             push_eye_protection_alert(dev, index, &app);
     }
 }
@@ -102,7 +103,7 @@ int daydayup_refusal(device_record *dev, const app_ident_record *app)
         return -7;
     if (app->daydayup_alert_push_num == 1)
         return -8;
-    if (app->time_axis_period_time < 2)
+    if (is_short(app->time_axis_period_time))
         return -9;
     // Stopped less than an hour ago is no new start. After a step back of the clock the difference is huge and passes.
     if (app->end_time != 0 && wall_clock() - app->end_time < 3600)
@@ -161,7 +162,7 @@ int push_eye_protection_alert(device_record *dev, int class_type_idx, app_ident_
     const use_time_limit *limit = &dev->utl[class_type_idx];
     if (limit->class_type != class_eye_protection || limit->onoff == 0 || app->time_axis_app_state != APP_USING)
         return -1;
-    u32 minutes = app->time_axis_period_time - 1;
+    u32 minutes = counted_minutes(app->time_axis_period_time);
     if (limit->use_time == 0 || minutes < limit->use_time)
         return 0;
     u32 times = multiples_of(minutes, limit->use_time);

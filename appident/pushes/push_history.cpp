@@ -1,6 +1,7 @@
 #include "appident/pushes/push_history.h"
 
 #include "appident/model/rule_list.h"
+#include "appident/model/session_time.h"
 #include "appident/pushes/push_channel.h"
 #include "appident/router/device_service.h"
 #include "common/log.h"
@@ -70,8 +71,8 @@ int push_history_time_axis_sumtime(device_record *dev, app_ident_record *app)
     }
     char rule_ids[257];
     get_hit_ruleids(app, rule_ids, sizeof(rule_ids));
-    return push_history(
-        *dev, {reporter, app->app_id, app->time_axis_period_time * 60 - 60, app->up_bytes, app->down_bytes, rule_ids, 0});
+    return push_history(*dev, {reporter, app->app_id, counted_seconds(app->time_axis_period_time), app->up_bytes,
+                               app->down_bytes, rule_ids, 0});
 }
 
 int push_delay_history_time(device_record *dev)

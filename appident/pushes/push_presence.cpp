@@ -1,6 +1,7 @@
 #include "appident/pushes/push_presence.h"
 
 #include "appident/model/bounded_text.h"
+#include "appident/model/session_time.h"
 #include "appident/pushes/push_channel.h"
 #include "appident/router/device_service.h"
 #include "common/counters.h"
@@ -22,7 +23,7 @@ json_tree presence_object(const device_record &dev, int role, const app_ident_re
     add_u32(object.get(), "appid", app.app_id);
     add_u32(object.get(), "starttime", app.time_axis_start_time);
     add_u32(object.get(), "endtime", app.time_axis_end_time);
-    add_u32(object.get(), "sumtime", app.time_axis_period_time - 1);
+    add_u32(object.get(), "sumtime", counted_minutes(app.time_axis_period_time));
     add_text(object.get(), "status", status);
     end_push(object.get(), dev);
     return object;
@@ -78,7 +79,7 @@ void append_using_apps(bounded_text &list, const device_record &dev, int role, b
         if (app.time_axis_app_state != APP_USING)
             continue;
         *using_flag = true;
-        if (app.time_axis_period_time - 1 == 0 || list.full)
+        if (counted_minutes(app.time_axis_period_time) == 0 || list.full)
             continue;
         json_tree object = presence_object(dev, role, app, "using");
         heap_text text(object ? cJSON_PrintUnformatted(object.get()) : nullptr);
@@ -146,7 +147,7 @@ int notify_app_status(device_record *dev, app_ident_record *app, int status)
     info.app_status = static_cast<char>(status);
     memcpy(info.mac, dev->mac_bytes, sizeof(info.mac));
     // For an ended session the stamp is its length in seconds, on purpose, not a point in time.
-    u32 stamp = status == app_status_ended     ? app->time_axis_period_time * 60 - 60
+    u32 stamp = status == app_status_ended     ? counted_seconds(app->time_axis_period_time)
                 : status == app_status_started ? app->start_time
                                                : wall_clock();
     info.timestamp = static_cast<time_t>(stamp);

@@ -1,6 +1,7 @@
 #include "appident/requests/current_apps.h"
 
 #include "appident/model/records.h"
+#include "appident/model/session_time.h"
 #include "appident/pushes/push_channel.h"
 #include "appident/router/device_service.h"
 #include "common/counters.h"
@@ -38,7 +39,7 @@ void add_app_object(cJSON *apps, const app_ident_record &app)
     cJSON_AddNumberToObject(object.get(), "appid", app.app_id);
     cJSON_AddNumberToObject(object.get(), "starttime", app.time_axis_start_time);
     cJSON_AddNumberToObject(object.get(), "endtime", 0); // still in use
-    cJSON_AddNumberToObject(object.get(), "sumtime", app.time_axis_period_time - 1);
+    cJSON_AddNumberToObject(object.get(), "sumtime", counted_minutes(app.time_axis_period_time));
     if (cJSON_AddItemToArray(apps, object.get()))
         (void)object.release();
 }

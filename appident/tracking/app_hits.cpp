@@ -70,11 +70,11 @@ void report_behavior(device_record *dev, app_ident_record *app, const app_data *
         notify_app_status(dev, app, app_status_behavior);
 }
 
-void close_other_time_axes(device_record *dev, int slot, axis_lost_to whom)
+void close_other_time_axes(device_record *dev, int slot, closing why)
 {
     for (int other = 0; other < apps_per_device; other++) {
         if (other != slot && dev->apps[other].time_axis_app_state == APP_USING)
-            close_time_axis_taken_over(dev, other, whom);
+            close_time_axis(dev, other, why);
     }
 }
 
@@ -99,7 +99,7 @@ void open_new_app(device_record *dev, int slot, app_data *ad)
     app->app_state = APP_UNUSED;
     open_sessions(*app, *ad, wall_clock());
     push_online_app(*dev, slot);
-    close_other_time_axes(dev, slot, axis_lost_to::new_app);
+    close_other_time_axes(dev, slot, closing::new_app);
     announce_session(dev, app, ad);
 }
 
@@ -113,7 +113,7 @@ void reopen_app(device_record *dev, int slot, app_data *ad)
         app->down_bytes = ad->rep_bytes;
         push_online_app(*dev, slot);
     }
-    close_other_time_axes(dev, slot, axis_lost_to::reopened_app);
+    close_other_time_axes(dev, slot, closing::reopened_app);
     announce_session(dev, app, ad);
 }
 
@@ -139,7 +139,7 @@ void contest_time_axis(device_record *dev, int slot, int holder)
     url_check_log(0, "[appident] game : %d", static_cast<int>(app->app_id));
     if (app->time_axis_app_state != APP_UNUSED)
         return;
-    close_time_axis_taken_over(dev, holder, axis_lost_to::game);
+    close_time_axis(dev, holder, closing::game);
     take_time_axis(*app, axis_taken::from_non_game, wall_clock());
     push_online_app(*dev, slot);
 }
@@ -244,37 +244,6 @@ void add_app_record(device_record *dev, app_data *ad)
         restart_app(dev, slot, ad);
     else if (starting)
         reopen_app(dev, slot, ad);
-}
-
-void add_app_hit_record(app_ident_record *app, app_data *ad)
-{
-    u32 now = wall_clock();
-    if (now <= app->start_time)
-        return;
-    if (app->time_axis_app_state == APP_USING) {
-        u32 axis_minutes = started_minutes(app->time_axis_start_time, now);
-        if (app->time_axis_period_time < axis_minutes)
-            app->time_axis_period_time = axis_minutes;
-    }
-    app->current_time = now;
-    u32 minute = started_minutes(app->start_time, now);
-    if (app->period_time < app->move_step)
-        app->period_time = app->move_step;
-
-    hit_record *current = &app->hit_records[minutes_in_window - 1];
-    if (minute <= minutes_in_window) {
-        app->period_time = minute;
-        app->move_step = minute;
-        current = &app->hit_records[minute - 1];
-    } else if (minute > app->move_step) {
-        step_minute_window(*app, minute);
-        app->period_time = minute;
-    } else if (minute < app->move_step) {
-        return; // the clock stepped back a little
-    }
-    current->hit_times++;
-    current->up_bytes += ad->req_bytes;
-    current->down_bytes += ad->rep_bytes;
 }
 
 int appid_is_game(device_record *dev, u32 app_id)

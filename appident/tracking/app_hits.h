@@ -9,7 +9,6 @@
 void handle_app_ident_event(app_data *ad);
 // The lock is held.
 void add_app_record(device_record *dev, app_data *ad);
-void add_app_hit_record(app_ident_record *app, app_data *ad);
 // 1 when the app is checked in the device's game class (1), else 0. The lock is held.
 int appid_is_game(device_record *dev, u32 app_id);
 

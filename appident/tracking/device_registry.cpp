@@ -90,7 +90,7 @@ void end_device(device_record *rec)
     push_delay_history_time(rec);
     for (int slot = 0; slot < apps_per_device; slot++) {
         if (rec->apps[slot].app_id != 0 && rec->apps[slot].app_state == APP_USING)
-            close_session_at_once(rec, slot);
+            close_session(rec, slot, closing::departure);
     }
 }
 

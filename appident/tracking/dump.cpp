@@ -2,6 +2,7 @@
 
 #include "appident/model/bounded_text.h"
 #include "appident/model/records.h"
+#include "appident/model/session_time.h"
 #include "appident/router/device_service.h"
 #include "common/log.h"
 
@@ -52,7 +53,7 @@ void dump_app(const app_ident_record &app, int slot)
                       "time_axis_period_time = %dm, use time: %um, app[%d]",
                       app.app_id, printable(app.up_bytes), printable(app.down_bytes),
                       static_cast<long>(app.time_axis_start_time), app.time_axis_sum_time,
-                      static_cast<int>(app.time_axis_period_time), app.time_axis_period_time - 1, slot);
+                      static_cast<int>(app.time_axis_period_time), counted_minutes(app.time_axis_period_time), slot);
     else if (app.time_axis_sum_time != 0)
         url_check_log(0, "\t\tAPP ID: %u, up_bytes: %llu, down_bytes: %llu, history_sumtime: %u, use time: %um", app.app_id,
                       printable(app.up_bytes), printable(app.down_bytes), app.time_axis_sum_time, app.time_axis_period_time);

@@ -1,5 +1,6 @@
 #include "appident/tracking/offline.h"
 
+#include "appident/model/session_time.h"
 #include "appident/pushes/push_history.h"
 #include "appident/pushes/push_presence.h"
 #include "appident/router/device_service.h"
@@ -19,7 +20,7 @@ void process_offline_apps(void)
         push_delay_history_time(dev);
         for (int slot = 0; slot < apps_per_device; slot++) {
             if (dev->apps[slot].app_id != 0 && dev->apps[slot].app_state == APP_USING)
-                close_session_at_once(dev, slot);
+                close_session(dev, slot, closing::departure);
         }
     }
 }
@@ -32,7 +33,7 @@ void push_last_sessions(device_record *dev, int role)
     for (int slot = 0; slot < apps_per_device; slot++) {
         app_ident_record *app = &dev->apps[slot];
         if (app->app_id == 0 || app->app_state != APP_USING || app->time_axis_app_state != APP_USING ||
-            app->time_axis_period_time <= 1)
+            is_short(app->time_axis_period_time))
             continue;
         push_offline_app(*dev, slot);
         url_check_log(0, "[appident] in del_role_protect  mac:%s   role:%d  push_history_time_axis_sumtime", dev->mac, role);

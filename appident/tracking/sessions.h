@@ -1,11 +1,20 @@
-// Opening, closing and restarting of plain and time-axis sessions. The lock is held.
+// Sessions: how they open, grow, close and begin anew. All their arithmetic stands here. The lock is held.
 //
-// A session's last started minute is never counted, on purpose: that a session is over is only known three empty minutes later,
-// and the minute of its last hit is the first of those. So a session of two minutes or more ends at start + period * 60 - 60
-// and adds period - 1 to its sum; a shorter one adds nothing and sends no history.
+// Each app of a device has a plain session (app_state and the fields without prefix). At most one app of a device also has the
+// time-axis session (the fields that begin with time_axis): it is the app in the foreground, and pushes tell of this session.
 //
-// Sessions close in four situations whose end times, sums, resets and order of status and pushes differ, all on purpose. They
-// share the arithmetic here and are otherwise told apart by name. `dev` is the device, `slot` the app's place in it.
+// clang-format off
+//   state               event                                becomes                    sent, in this order
+//   plain not USING     starting hit                         both USING                 online, holder closed, status 1
+//   plain USING         continuing hit, axis free            axis USING                 status 1, online
+//   plain USING         starting hit, axis free              axis USING                 online, status 1
+//   plain USING         a game's start, a non-game holds it  axis USING                 holder closed, online
+//   axis USING          another app takes the axis           axis UNUSED                as closing_rules say
+//   plain USING         three minutes without a hit          plain DISUSE, axis UNUSED  as closing_rules say
+//   plain USING         device leaves, clock stepped back    plain DISUSE, axis UNUSED  as closing_rules say
+//   both USING          day end                              the same, begun anew       status 0, status 1
+//   plain HIT, DISUSE   day end                              the same, all else zero    nothing
+// clang-format on
 #ifndef APPIDENT_TRACKING_SESSIONS_H
 #define APPIDENT_TRACKING_SESSIONS_H
 
@@ -22,20 +31,54 @@ enum class axis_taken {
 };
 void take_time_axis(app_ident_record &app, axis_taken how, u32 now);
 
-// Who pushes the app at the slot off the time axis.
-enum class axis_lost_to {
-    new_app,      // an app's first session: status 0 before the pushes
-    reopened_app, // an app's next session: status 0 after the pushes
-    game,         // a game that was open already: no status, byte counters kept, a short session's end noted after its push
+// Counts a hit of an open session: both periods, and its minute of the window.
+void add_app_hit_record(app_ident_record *app, app_data *ad);
+// Lets an open session grow older without a hit, so that a silent minute becomes an empty one of the window.
+void age_session(app_ident_record &app, u32 now);
+// The window's three minutes are empty.
+bool is_silent(const app_ident_record &app);
+
+// Why a session closes.
+enum class closing {
+    new_app,      // an app's first session takes the time axis
+    reopened_app, // an app's next session takes it
+    game,         // a game whose session was open takes it
+    silence,      // three minutes without a hit
+    departure,    // the device leaves, or the clock stepped back
 };
-void close_time_axis_taken_over(device_record *dev, int slot, axis_lost_to whom);
 
-// Three minutes without a hit. The app's time-axis sum is wiped when its time-axis session was a short one.
-void close_silent_session(device_record *dev, int slot);
+enum class ended_status { never, before_pushes, after_pushes };
+enum class kept_end { computed, zero, now };
 
-// The device leaves, or the clock stepped back: the pushes see the computed end, the record keeps the present time. Alert
-// counters start again; the rule list is the caller's.
-void close_session_at_once(device_record *dev, int slot);
+// What closing a time-axis session does besides what all do: the state becomes UNUSED; "offline" is pushed, and for a session
+// that is not short also its history, after its end was computed and its sum has grown; the period becomes 0.
+struct closing_rule {
+    ended_status status;
+    bool short_end_first; // of a short session: the "offline" push shows its own end; else the end of the session before
+    kept_end end;         // what end time stays in the record
+    bool short_wipes_sum; // a short session takes the app's time-axis minutes of the day with it
+    bool clears_bytes;
+    // Of closings that also close the plain session:
+    bool clears_alerts; // alert counters of the app
+    bool clears_rules;  // its rule list; a leaving device frees its lists itself
+};
+
+// In the order of the enumeration. They differ because the receivers of the pushes rely on each as it has always been.
+// clang-format off
+constexpr closing_rule closing_rules[] = {
+    // status                     end 1st end kept            wipes  bytes  alerts rules
+    {ended_status::before_pushes, true,  kept_end::computed, false, true,  false, false}, // new_app
+    {ended_status::after_pushes,  true,  kept_end::computed, false, true,  false, false}, // reopened_app
+    {ended_status::never,         false, kept_end::computed, false, false, false, false}, // game
+    {ended_status::before_pushes, false, kept_end::zero,     true,  true,  false, true},  // silence
+    {ended_status::before_pushes, false, kept_end::now,      false, true,  true,  false}, // departure
+};
+// clang-format on
+
+// Closes the time-axis session of the app at the slot.
+void close_time_axis(device_record *dev, int slot, closing why);
+// Closes its time-axis session, if it has one, and its plain session: silence and departure.
+void close_session(device_record *dev, int slot, closing why);
 
 // Day end: an open session is closed and begins anew with the day's sums at zero; its time-axis part is armed as the device's
 // delayed push, due in that minute of the hour (several of one device: the last wins).
@@ -43,8 +86,5 @@ enum class day_end { midnight, evening };
 void restart_session_at_day_end(device_record *dev, int slot, day_end pass, u32 push_minute);
 // Day end of an app without an open session: everything but its id and state goes back to zero.
 void clear_session_at_day_end(app_ident_record &app);
-
-// The window of three minutes: moves it to the n-th started minute (n >= 4) when that is ahead.
-void step_minute_window(app_ident_record &app, u32 minute);
 
 #endif

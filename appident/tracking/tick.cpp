@@ -79,15 +79,6 @@ void run_day_end_passes(tick_state &state, local_time at)
         state.day_open = true;
 }
 
-bool is_silent(const app_ident_record &app)
-{
-    for (const hit_record &minute : app.hit_records) {
-        if (minute.hit_times != 0)
-            return false;
-    }
-    return true;
-}
-
 void close_silent_sessions(local_time at)
 {
     for_each_seen_device([&](device_record *dev) {
@@ -97,7 +88,7 @@ void close_silent_sessions(local_time at)
         }
         for (int slot = 0; slot < apps_per_device; slot++) {
             if (dev->apps[slot].app_state == APP_USING && is_silent(dev->apps[slot]))
-                close_silent_session(dev, slot);
+                close_session(dev, slot, closing::silence);
         }
     });
 }
@@ -125,21 +116,6 @@ void report_and_check_clock(tick_state &state, u32 now)
         list_device_time_axis_apps();
         state.last_time = now;
     }
-}
-
-void step_app(device_record *dev, app_ident_record &app)
-{
-    if (app.time_axis_app_state == APP_USING)
-        push_daydayup_alert(dev, &app);
-    u32 now = wall_clock();
-    if (now <= app.start_time)
-        return;
-    app.current_time = now;
-    u32 minute = started_minutes(app.start_time, now);
-    if (minute > minutes_in_window)
-        step_minute_window(app, minute);
-    else if (app.move_step < minute)
-        app.move_step = minute;
 }
 
 } // namespace
@@ -179,8 +155,11 @@ void step_cache_hit_record(void)
 {
     for_each_seen_device([](device_record *dev) {
         for (app_ident_record &app : dev->apps) {
-            if (app.app_state == APP_USING)
-                step_app(dev, app);
+            if (app.app_state != APP_USING)
+                continue;
+            if (app.time_axis_app_state == APP_USING)
+                push_daydayup_alert(dev, &app);
+            age_session(app, wall_clock());
         }
         push_app_alert(dev);
     });
