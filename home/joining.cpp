@@ -11,8 +11,9 @@ namespace {
 
 // "using" comes each minute, a session without a whole minute ends within four: what is silent for longer has ended unnoticed.
 constexpr int64_t silence_most = 600;
-// The daemon says each minute what is in use, so that a longer pause in its lines is its clock jumping, or the box asleep.
-constexpr int64_t pause_most = 150;
+// The daemon says each minute what is in use, so that a much longer pause in its lines is its clock jumping, or the box asleep.
+constexpr int64_t pause_most = 300;
+constexpr int64_t report_late_most = 100;
 constexpr int64_t report_period = 60;
 
 struct push_kind {
@@ -50,7 +51,7 @@ void note_jump(history *of, int64_t time)
     int64_t last = of->place.last_time;
     bool found = false;
     for (session &one : open_sessions(&of->db)) {
-        if (!one.steady || last - one.heard > pause_most)
+        if (!one.steady || last - one.heard > report_late_most)
             continue;
         one.jumped += time - last - report_period;
         store_session(of, one);

@@ -1,5 +1,6 @@
 #include "home/push_line.h"
 
+#include "common/mac_text.h"
 #include "platform/linux/client/json_text.h"
 
 #include <math.h>
@@ -81,15 +82,12 @@ bool read_count(const cJSON *object, const char *key, double most, int64_t *out)
 bool read_mac(const cJSON *object, const char *key, std::string *out)
 {
     const char *text = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
-    if (!text || strlen(text) != 17)
+    unsigned char mac[6];
+    char normal[mac_text_size];
+    if (!text || !read_mac_text(text, mac))
         return false;
-    out->clear();
-    for (int i = 0; i < 17; ++i) {
-        bool between = i % 3 == 2;
-        if (between ? text[i] != '-' && text[i] != ':' : !strchr("0123456789ABCDEFabcdef", text[i]))
-            return false;
-        out->push_back(between ? '-' : text[i] >= 'a' ? static_cast<char>(text[i] - 'a' + 'A') : text[i]);
-    }
+    write_mac_text(mac, normal);
+    *out = normal;
     return true;
 }
 

@@ -86,11 +86,13 @@ void start_file(spool_follower *follower, int file, bool from_begin)
 // The older of the two files, or the only one there is.
 void start_anew(spool_follower *follower)
 {
-    int file = open_file(path_of(*follower, "pushes.jsonl.1"));
-    if (file < 0)
-        file = open_file(path_of(*follower, "pushes.jsonl"));
-    if (file >= 0)
-        start_file(follower, file, true);
+    fd_guard newer(open_file(path_of(*follower, "pushes.jsonl")));
+    // Looked for after the newer one was opened: what was renamed in between is found here, and is older.
+    fd_guard older(open_file(path_of(*follower, "pushes.jsonl.1")));
+    if (older.get() >= 0)
+        start_file(follower, older.release(), true);
+    else if (newer.get() >= 0)
+        start_file(follower, newer.release(), true);
 }
 
 // Lines were missed: the file that we were at is neither of the two any more.

@@ -14,10 +14,7 @@
 
 namespace {
 
-struct handle_release {
-    void operator()(sqlite3 *handle) const { sqlite3_close(handle); }
-};
-using handle_guard = std::unique_ptr<sqlite3, handle_release>;
+using handle_guard = std::unique_ptr<sqlite3, released_by<sqlite3_close>>;
 
 handle_guard open_handle(const std::string &path, int flags, std::string *why)
 {
