@@ -111,7 +111,7 @@ message hit(u32 device, u32 app, hit_kind kind)
 
 int open_sender()
 {
-    int fd = open_netlink(NETLINK_NETFILTER);
+    int fd = open_conntrack();
     check(fd >= 0, "a netlink socket");
     return fd;
 }

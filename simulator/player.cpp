@@ -9,7 +9,6 @@
 #include "common/guards.h"
 #include "common/sec_plg_common.h"
 #include "platform/linux/client/request_client.h"
-#include "platform/linux/message_channel.h"
 
 #include <cjson/cJSON.h>
 #include <stdio.h>
@@ -24,7 +23,6 @@ struct player {
     const scenario &household;
     std::vector<device_entry> devices; // as the roster shows them now
     fd_guard conntrack;
-    fd_guard messages;
     push_watch watch;
     played result;
 };
@@ -107,7 +105,7 @@ void happen(player &me, const household_event &event)
     if (event.kind == event_role)
         return;
     nlk_host_msg message = host_message(device.online ? IGD_ACTION_ADD : IGD_ACTION_DEL, device.ip, device.mac);
-    multicast(me.messages.get(), message_channel_group, &message, sizeof message);
+    send_router_message(runtime_directory, &message, sizeof message);
 }
 
 void send_step(player &me, const step &action)
@@ -119,7 +117,7 @@ void send_step(player &me, const step &action)
         multicast(me.conntrack.get(), action.rule & start_mark ? group_new : group_update, message.data(), message.size());
     } else if (action.kind == step_payment_rule) {
         nlk_sys_msg message = app_message(IGD_ACTION_ADD, application_word(action.app), action.rule, device.ip, device.mac);
-        multicast(me.messages.get(), message_channel_group, &message, sizeof message);
+        send_router_message(runtime_directory, &message, sizeof message);
     } else if (action.kind == step_catalogue) {
         tell_new_app(me.household, action);
         write_catalogue(me.household.apps, action.at);
@@ -144,11 +142,9 @@ std::vector<std::string> fast_clock_words(moment start, int speed)
 
 played play(const scenario &household, const std::vector<step> &plan, pid_t daemon)
 {
-    player me{
-        household, household.devices, fd_guard(open_netlink(NETLINK_NETFILTER)), fd_guard(open_netlink(NETLINK_USERSOCK)), {},
-        {}};
-    if (me.conntrack.get() < 0 || me.messages.get() < 0) {
-        fprintf(stderr, "netlink sockets (nfnetlink, user sockets): %s\n", strerror(errno));
+    player me{household, household.devices, fd_guard(open_conntrack()), {}, {}};
+    if (me.conntrack.get() < 0) {
+        fprintf(stderr, "a netlink socket of netfilter: %s\n", strerror(errno));
         return std::move(me.result);
     }
     for (const step &action : plan) {

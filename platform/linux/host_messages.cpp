@@ -5,28 +5,19 @@
 #include "platform/linux/platform_counters.h"
 
 #include <string.h>
-#include <sys/socket.h>
 
 namespace {
 
-int sender = -1;
-
 bool tell(int action, const unsigned char *mac, u32 ip)
 {
-    u32 port = message_channel_port();
-    if (port == 0)
+    if (!router_channel_is_open())
         return false;
-    if (sender < 0)
-        sender = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_USERSOCK);
     nlk_host_msg message = {};
     message.comm.action = action;
     message.comm.gid = IGD_GID_HOST;
     message.addr.s_addr = ip;
     memcpy(message.mac, mac, sizeof(message.mac));
-    sockaddr_nl to = {};
-    to.nl_family = AF_NETLINK;
-    to.nl_pid = port;
-    bool sent = sendto(sender, &message, sizeof(message), MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&to), sizeof(to)) >= 0;
+    bool sent = queue_router_message(&message, sizeof(message));
     count_platform(sent ? platform_host_messages : platform_host_messages_failed);
     return sent;
 }

@@ -6,9 +6,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
 namespace {
@@ -16,6 +16,56 @@ namespace {
 constexpr int waiting_clients = 16;
 constexpr socklen_t most_peer_groups = 256;
 constexpr mode_t owner_and_group = 0660;
+constexpr int tries_to_move_aside = 8;
+constexpr const char *name_inside = "/s";
+
+// A directory beside the path into which nobody else can look; removed with what is left in it.
+struct private_directory {
+    explicit private_directory(const char *path)
+    {
+        const char *slash = strrchr(path, '/');
+        int parent = slash ? static_cast<int>(slash - path) + 1 : 0;
+        int length = snprintf(name, sizeof(name), "%.*s.socket.XXXXXX", parent, path);
+        made = length > 0 && static_cast<size_t>(length) + strlen(name_inside) < sizeof(inside.sun_path) && mkdtemp(name);
+        inside.sun_family = AF_UNIX;
+        if (made)
+            snprintf(inside.sun_path, sizeof(inside.sun_path), "%s%s", name, name_inside);
+    }
+    ~private_directory()
+    {
+        int why = errno; // the caller tells why it failed, not we
+        if (made) {
+            unlink(inside.sun_path);
+            rmdir(name);
+        }
+        errno = why;
+    }
+    private_directory(const private_directory &) = delete;
+    private_directory &operator=(const private_directory &) = delete;
+
+    bool made = false;
+    char name[sizeof(sockaddr_un::sun_path)] = "";
+    sockaddr_un inside = {};
+};
+
+// A directory cannot be replaced by a socket. Only its owner, or root, can move it out of a directory that all may write to.
+bool move_directory_aside(const char *path)
+{
+    char aside[state_path_size];
+    int length = snprintf(aside, sizeof(aside), "%s.XXXXXX", path);
+    return length > 0 && static_cast<size_t>(length) < sizeof(aside) && mkdtemp(aside) && rename(path, aside) == 0;
+}
+
+bool move_to(const char *from, const char *path)
+{
+    for (int tries = 0; tries < tries_to_move_aside; ++tries) {
+        if (rename(from, path) == 0)
+            return true;
+        if ((errno != EISDIR && errno != ENOTEMPTY && errno != EEXIST) || !move_directory_aside(path))
+            return false;
+    }
+    return false;
+}
 
 bool peer_in_group(int fd, gid_t primary, gid_t wanted)
 {
@@ -40,52 +90,75 @@ bool peer_allowed(int fd, gid_t group)
     return peer.uid == 0 || peer.uid == geteuid() || peer_in_group(fd, peer.gid, group);
 }
 
-int open_spare()
-{
-    return open("/dev/null", O_RDONLY | O_CLOEXEC);
-}
-
 void turn_away(local_server *server)
 {
     count_platform(platform_no_descriptor);
+    if (!has_spare(server))
+        return;
     close(server->spare);
-    close(accept4(server->fd, nullptr, nullptr, SOCK_CLOEXEC));
-    server->spare = open_spare();
+    int unwanted = accept4(server->socket.fd, nullptr, nullptr, SOCK_CLOEXEC);
+    if (unwanted >= 0)
+        close(unwanted);
+    server->spare = -1;
+    has_spare(server);
 }
 
 } // namespace
 
+placed_socket place_socket(const char *path, int type)
+{
+    placed_socket none = {-1, {}}, placed = none;
+    fd_guard fd(socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    private_directory beside(path);
+    const char *inside = beside.inside.sun_path;
+    if (fd.get() < 0 || !beside.made ||
+        bind(fd.get(), reinterpret_cast<const sockaddr *>(&beside.inside), sizeof(beside.inside)) != 0)
+        return none;
+    // A group that cannot be given leaves the socket to our own.
+    int given = settings().has_socket_group ? lchown(inside, static_cast<uid_t>(-1), settings().socket_group) : 0;
+    static_cast<void>(given);
+    if (chmod(inside, owner_and_group) != 0 || lstat(inside, &placed.node) != 0 ||
+        (type != SOCK_DGRAM && listen(fd.get(), waiting_clients) != 0) || !move_to(inside, path))
+        return none;
+    placed.fd = fd.release();
+    return placed;
+}
+
+bool socket_in_place(const placed_socket &socket, const char *path)
+{
+    struct stat found;
+    return socket.fd >= 0 && lstat(path, &found) == 0 && found.st_dev == socket.node.st_dev &&
+           found.st_ino == socket.node.st_ino;
+}
+
 local_server open_local_server(const char *path, int type)
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (!path || strlen(path) >= sizeof(address.sun_path))
-        return no_local_server;
-    memcpy(address.sun_path, path, strlen(path) + 1);
-    fd_guard fd(socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (fd.get() < 0)
-        return no_local_server;
-    unlink(path);
-    // The socket appears with the descriptor's mode, and nobody can connect before it listens.
-    fchmod(fd.get(), S_IRUSR | S_IWUSR);
-    if (bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0)
-        return no_local_server;
-    // A group that cannot be given leaves the socket to our own, which the look at it afterwards finds.
-    int given = settings().has_socket_group ? lchown(path, static_cast<uid_t>(-1), settings().socket_group) : 0;
-    static_cast<void>(given);
-    struct stat about;
-    if (lstat(path, &about) != 0 || chmod(path, owner_and_group) != 0 || listen(fd.get(), waiting_clients) != 0)
-        return no_local_server;
-    return {fd.release(), about.st_gid, open_spare()};
+    local_server server = {place_socket(path, type), -1};
+    if (server.socket.fd >= 0)
+        has_spare(&server);
+    return server;
+}
+
+void close_local_server(local_server *server)
+{
+    fd_guard socket(server->socket.fd), spare(server->spare);
+    *server = no_local_server;
+}
+
+bool has_spare(local_server *server)
+{
+    if (server->spare < 0)
+        server->spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return server->spare >= 0;
 }
 
 int accept_local_peer(local_server *server, bool *refused)
 {
     *refused = false;
-    fd_guard peer(accept4(server->fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    fd_guard peer(accept4(server->socket.fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (peer.get() < 0 && (errno == EMFILE || errno == ENFILE))
         turn_away(server);
-    if (peer.get() >= 0 && !peer_allowed(peer.get(), server->group)) {
+    if (peer.get() >= 0 && !peer_allowed(peer.get(), server->socket.node.st_gid)) {
         *refused = true;
         return -1;
     }

@@ -1,18 +1,20 @@
-// The router messaging channel on stock Linux: a multicast group of the kernel's user-to-user netlink protocol.
+// The router messaging channel on stock Linux: the Unix datagram socket runtime_dir/messages.sock, mode 0660, of the
+// household's group.
 //
-// Who has router messages to tell sends them, bytes of the record alone, to this group of NETLINK_USERSOCK (nl_groups =
-// message_channel_mask, nl_pid 0), one message a datagram. No part of the kernel listens there, so sendto answers ECONNREFUSED
-// after it has multicast: that is no failure. Anybody may send; only messages of root or of the daemon's own user are taken.
+// Who has router messages to tell sends them there, the bytes of the record alone, one message a datagram. The kernel lets
+// root, the daemon's user and the group send, and nobody else. A worker takes every message from the socket into a queue, so
+// that no sender waits for the daemon; the descriptor of the handler is readable while the queue holds one. What comes while
+// the queue is full is dropped and counted.
 #ifndef PLATFORM_LINUX_MESSAGE_CHANNEL_H
 #define PLATFORM_LINUX_MESSAGE_CHANNEL_H
 
-#include "igd/igd_types.h"
+#include <stddef.h>
 
-constexpr u32 message_channel_group = 17;
-constexpr u32 message_channel_mask = 1u << (message_channel_group - 1);
+constexpr const char *message_socket_name = "messages.sock";
 
-// The netlink port of the daemon's end in this process, 0 before it is open. A message to the port alone has a known end: it
-// arrives, or sending fails.
-u32 message_channel_port();
+// Whether there is a daemon that takes messages.
+bool router_channel_is_open();
+// A message of the library's own, queued like those of others. Any thread. False when there is no room.
+bool queue_router_message(const void *bytes, size_t length);
 
 #endif

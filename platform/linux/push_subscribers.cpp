@@ -14,6 +14,7 @@ namespace {
 constexpr int subscribers_most = 16;
 // How far behind a subscriber may fall.
 constexpr int send_buffer = 256 * 1024;
+constexpr int look_for_spare_milliseconds = 1000;
 
 local_server server = no_local_server;
 int subscribers[subscribers_most];
@@ -56,11 +57,14 @@ void open_subscribers()
 void wait_for_subscribers(int wake_fd)
 {
     for (;;) {
+        // Without a spare descriptor a client that cannot be let in would wake us for ever.
+        bool welcome = server.socket.fd >= 0 && has_spare(&server);
+        int patience = server.socket.fd >= 0 && !welcome ? look_for_spare_milliseconds : -1;
         // A hang-up is reported without being asked for; poll passes over a negative descriptor.
-        pollfd watched[2 + subscribers_most] = {{wake_fd, POLLIN, 0}, {server.fd, POLLIN, 0}};
+        pollfd watched[2 + subscribers_most] = {{wake_fd, POLLIN, 0}, {welcome ? server.socket.fd : -1, POLLIN, 0}};
         for (int i = 0; i < subscriber_count; ++i)
             watched[2 + i] = {subscribers[i], 0, 0};
-        if (poll(watched, static_cast<nfds_t>(2 + subscriber_count), -1) < 0)
+        if (poll(watched, static_cast<nfds_t>(2 + subscriber_count), patience) < 0)
             continue;
         for (int i = subscriber_count - 1; i >= 0; --i)
             if (watched[2 + i].revents)

@@ -1,30 +1,38 @@
 // The request server: nt_ipcserver_init2 and ipc_server_accept2.
 //
 // The descriptor given to the daemon is an epoll set of the listening socket, of clients that have connected and not asked yet,
-// and of a timer that ends their patience. It is readable when one of them needs attention, and nothing here ever waits: a
-// silent client costs a descriptor for a while, never time of the loop. Serves on the thread that calls.
+// and of a timer, at which slow clients are let go and the socket is put back at its path if somebody took it away. It is
+// readable when one of them needs attention, and nothing here ever waits: a silent client costs a descriptor for a while, never
+// time of the loop. Serves on the thread that calls.
 #include "igd/igd_lib.h"
 
 #include "common/guards.h"
 #include "platform/linux/client/request_protocol.h"
+#include "platform/linux/instance.h"
 #include "platform/linux/library_requests.h"
 #include "platform/linux/local_socket.h"
 #include "platform/linux/platform_counters.h"
 #include "platform/linux/push_outlet.h"
+#include "platform/linux/request_checks.h"
 
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <sys/times.h>
+#include <sys/un.h>
 
 namespace {
 
 constexpr u32 waiting_most = 16;
 // Epoll tags beyond those of the waiting clients, which are their places.
 enum : u32 { tag_listener = waiting_most, tag_timer };
-constexpr long look_nanoseconds = 200 * 1000 * 1000;
+// The timer's pace: while clients wait, while the socket is missing, and at rest.
+constexpr timespec pace_of_clients = {0, 200 * 1000 * 1000};
+constexpr timespec pace_of_trouble = {1, 0};
+constexpr timespec pace_at_rest = {5, 0};
 // A client must ask within this, or is gone at the next look.
 constexpr u32 patience_milliseconds = 400;
 
@@ -33,7 +41,9 @@ struct waiting_client {
     u32 since; // kernel_milliseconds
 };
 
+char socket_path[sizeof(sockaddr_un::sun_path)];
 local_server listener = no_local_server;
+bool listener_watched = false;
 int events = -1;
 int timer = -1;
 ipc_handler handler = nullptr;
@@ -62,12 +72,50 @@ u32 kernel_milliseconds()
     return static_cast<u32>(static_cast<unsigned long long>(times(nullptr)) * 1000u / static_cast<u32>(sysconf(_SC_CLK_TCK)));
 }
 
-void set_timer(bool running)
+void set_timer()
 {
-    itimerspec pace = {};
-    if (running)
-        pace.it_value.tv_nsec = pace.it_interval.tv_nsec = look_nanoseconds;
-    timerfd_settime(timer, 0, &pace, nullptr);
+    const timespec &pace = waiting_count > 0 ? pace_of_clients : listener_watched ? pace_at_rest : pace_of_trouble;
+    itimerspec times = {pace, pace};
+    timerfd_settime(timer, 0, &times, nullptr);
+}
+
+// Not while there is no spare descriptor: clients that cannot be let in would wake us for ever.
+void watch_listener()
+{
+    bool wanted = listener.socket.fd >= 0 && has_spare(&listener);
+    if (wanted && !listener_watched)
+        listener_watched = watch(listener.socket.fd, tag_listener);
+    else if (!wanted && listener_watched)
+        listener_watched = listener.socket.fd >= 0 && epoll_ctl(events, EPOLL_CTL_DEL, listener.socket.fd, nullptr) != 0;
+}
+
+// Clients that came to a socket which is no longer at the path are turned away with it.
+void open_listener()
+{
+    bool was_told = listener.socket.fd < 0 && handler;
+    close_local_server(&listener);
+    listener_watched = false;
+    listener = open_local_server(socket_path, SOCK_SEQPACKET);
+    if (listener.socket.fd < 0) {
+        count_platform(platform_socket_retries);
+        if (!was_told)
+            fprintf(stderr, "appident: no request socket at %s: %s; trying again\n", socket_path, strerror(errno));
+    }
+    watch_listener();
+}
+
+void look_after_listener()
+{
+    if (!socket_in_place(listener.socket, socket_path)) {
+        bool was_there = listener.socket.fd >= 0;
+        if (was_there)
+            count_platform(platform_socket_retries);
+        open_listener();
+        if (listener.socket.fd >= 0)
+            fprintf(stderr, "appident: the request socket %s at %s\n", was_there ? "was taken away and is again" : "is now",
+                    socket_path);
+    }
+    watch_listener();
 }
 
 void dismiss(u32 place)
@@ -75,7 +123,7 @@ void dismiss(u32 place)
     close(waiting[place].fd);
     waiting[place].fd = -1;
     if (--waiting_count == 0)
-        set_timer(false);
+        set_timer();
 }
 
 void let_wait(int fd)
@@ -95,7 +143,7 @@ void let_wait(int fd)
     }
     waiting[place] = {fd, kernel_milliseconds()};
     if (waiting_count++ == 0)
-        set_timer(true);
+        set_timer();
 }
 
 heap_text copy_text(const char *from, u32 length)
@@ -156,24 +204,11 @@ void serve_switches(int fd, const taken_request &request)
 void serve_library_request(int fd, const taken_request &request)
 {
     heap_text answer;
-    int result = library_request(request.head->id, request.text.get(), &answer);
+    // The text may come as either, as those of the daemon do.
+    const char *text = request.head->text_length > 0 ? request.text.get() : request.device.get();
+    int result = library_request(request.head->id, text, &answer);
     u32 length = result == 0 && answer ? static_cast<u32>(strlen(answer.get())) : 0;
     send_answer(fd, result, length, answer.get(), length < request.head->capacity ? length : request.head->capacity);
-}
-
-bool makes_sense(const char *packet, size_t size)
-{
-    request_head head;
-    if (size < sizeof(head) || size > request_packet_limit)
-        return false;
-    memcpy(&head, packet, sizeof(head));
-    size_t left = size - sizeof(head);
-    if (head.magic != request_magic || head.capacity > request_text_limit || head.device_length > left ||
-        head.text_length != left - head.device_length)
-        return false;
-    if (shape_of_request(head.id) == request_switches)
-        return head.device_length == 0 && head.text_length == sizeof(appident_payment_notify_st);
-    return !memchr(packet + sizeof(head), 0, left);
 }
 
 void serve_packet(int fd, const char *packet)
@@ -216,7 +251,7 @@ turn serve_client(int fd)
         count_platform(platform_requests_vanished);
         return turn_failed;
     }
-    if (!makes_sense(packet.get(), static_cast<size_t>(got))) {
+    if (!request_makes_sense(packet.get(), static_cast<size_t>(got))) {
         count_platform(platform_requests_malformed);
         return turn_failed;
     }
@@ -230,6 +265,10 @@ int serve_new_client()
     fd_guard peer(accept_local_peer(&listener, &refused));
     if (refused)
         count_platform(platform_peers_refused);
+    if (listener.spare < 0) {
+        watch_listener();
+        set_timer();
+    }
     if (peer.get() < 0)
         return -1;
     turn outcome = serve_client(peer.get());
@@ -248,9 +287,6 @@ int serve_waiting_client(u32 place)
 
 void end_patience()
 {
-    uint64_t looks;
-    if (read(timer, &looks, sizeof(looks)) != static_cast<ssize_t>(sizeof(looks)))
-        return;
     u32 now = kernel_milliseconds();
     for (u32 place = 0; place < waiting_most; ++place) {
         if (waiting[place].fd < 0 || now - waiting[place].since < patience_milliseconds)
@@ -260,25 +296,39 @@ void end_patience()
     }
 }
 
+void look_around()
+{
+    uint64_t looks;
+    if (read(timer, &looks, sizeof(looks)) != static_cast<ssize_t>(sizeof(looks)))
+        return;
+    end_patience();
+    look_after_listener();
+    set_timer();
+}
+
 } // namespace
 
 int nt_ipcserver_init2(const char *path, ipc_handler serve)
 {
-    // The first call of the daemon: readers find the counters and the push socket from now on.
+    // The first call of the daemon. What another instance uses stays untouched; readers find the counters and the push socket
+    // from now on.
+    answer_command_line();
+    if (!take_instance_lock())
+        return -1;
     platform_counters_start();
     push_outlet_start();
     for (waiting_client &client : waiting)
         client.fd = -1;
     fd_guard set(epoll_create1(EPOLL_CLOEXEC)), clock(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    listener = open_local_server(path, SOCK_SEQPACKET);
-    fd_guard listening(listener.fd);
     events = set.get();
-    if (!serve || events < 0 || clock.get() < 0 || listener.fd < 0 || !watch(listener.fd, tag_listener) ||
+    if (!path || strlen(path) >= sizeof(socket_path) || !serve || events < 0 || clock.get() < 0 ||
         !watch(clock.get(), tag_timer))
         return events = -1;
-    handler = serve;
+    snprintf(socket_path, sizeof(socket_path), "%s", path);
     timer = clock.release();
-    listening.release();
+    open_listener();
+    handler = serve;
+    set_timer();
     return set.release();
 }
 
@@ -291,6 +341,6 @@ int ipc_server_accept2(void)
         return serve_new_client();
     if (event.data.u32 < waiting_most)
         return serve_waiting_client(event.data.u32);
-    end_patience();
+    look_around();
     return -1;
 }

@@ -5,13 +5,27 @@
 #include "platform/linux/client/json_text.h"
 #include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
+#include "platform/linux/platform_counters.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <string.h>
 
 namespace {
 
 constexpr mode_t owner_only = 0700;
+
+// What was read whole and makes no sense will not make any later either: its device could never be given settings again.
+void put_bad_file_aside(const char *path)
+{
+    char aside[state_path_size + sizeof(".bad")];
+    int length = snprintf(aside, sizeof(aside), "%s.bad", path);
+    count_platform(platform_config_unreadable);
+    bool moved = length > 0 && static_cast<size_t>(length) < sizeof(aside) && rename(path, aside) == 0;
+    fprintf(stderr, "appident: %s is no JSON; %s\n", path,
+            moved ? "it is kept beside as .bad, settings begin anew" : strerror(errno));
+}
 
 } // namespace
 
@@ -38,7 +52,11 @@ struct cJSON *json_load_file(const char *path)
     if (!path)
         return nullptr;
     text_file file = read_text_file(path, json_text_limit);
-    return file.text ? parse_json_text(file.text.get()) : nullptr;
+    json_outcome outcome = json_read;
+    cJSON *tree = file.text ? parse_json_text(file.text.get(), json_text_limit, json_values_limit, &outcome) : nullptr;
+    if (outcome == json_refused)
+        put_bad_file_aside(path);
+    return tree;
 }
 
 struct cJSON *json_load_buffer(const char *text)

@@ -3,13 +3,16 @@
 #include "common/guards.h"
 #include "common/mac_text.h"
 
+#include "common/guards.h"
+
 #include <arpa/inet.h>
-#include <errno.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <netlink/attr.h>
 #include <netlink/msg.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -103,9 +106,9 @@ nlk_sys_msg app_message(int action, u32 word, u32 rule, const std::string &ip, c
     return message;
 }
 
-int open_netlink(int family)
+int open_conntrack()
 {
-    return socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, family);
+    return socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_NETFILTER);
 }
 
 bool multicast(int fd, u32 group, const void *data, size_t size)
@@ -114,6 +117,15 @@ bool multicast(int fd, u32 group, const void *data, size_t size)
     everyone.nl_family = AF_NETLINK;
     everyone.nl_groups = 1u << (group - 1);
     ssize_t sent = sendto(fd, data, size, 0, reinterpret_cast<sockaddr *>(&everyone), sizeof everyone);
-    // After the multicast the kernel also tries its own end, which the user family does not have.
-    return sent == static_cast<ssize_t>(size) || (sent < 0 && errno == ECONNREFUSED);
+    return sent == static_cast<ssize_t>(size);
+}
+
+bool send_router_message(const std::string &runtime_dir, const void *message, size_t size)
+{
+    fd_guard fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    (runtime_dir + "/messages.sock").copy(address.sun_path, sizeof address.sun_path - 1);
+    return sendto(fd.get(), message, size, 0, reinterpret_cast<sockaddr *>(&address), sizeof address) ==
+           static_cast<ssize_t>(size);
 }

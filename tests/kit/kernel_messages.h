@@ -31,9 +31,11 @@ bool mac_from_text(const std::string &text, unsigned char *mac);
 // Conntrack multicast groups: a new flow, and the accounting of a known one.
 constexpr u32 group_new = 1, group_update = 2;
 
-// A sending socket of the given netlink family (NETLINK_NETFILTER or NETLINK_USERSOCK), -1 when there is none.
-int open_netlink(int family);
+// A sending socket of netfilter's netlink, -1 when there is none.
+int open_conntrack();
 // Multicasts the bytes to the group (1 and up). A group that nobody listens to is no failure.
 bool multicast(int fd, u32 group, const void *data, size_t size);
+// Sends a router message to the platform library's channel in its runtime directory.
+bool send_router_message(const std::string &runtime_dir, const void *message, size_t size);
 
 #endif

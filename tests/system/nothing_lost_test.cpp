@@ -79,7 +79,7 @@ struct nothing_lost : testing::Test {
         return dev ? dev->apps[find_app_slot(dev, app, &none)].up_bytes : 0;
     }
 
-    fd_guard socket{open_netlink(NETLINK_NETFILTER)};
+    fd_guard socket{open_conntrack()};
     int sender = socket.get();
     u32 tracked = 0, lost = 0;
 };

@@ -8,7 +8,6 @@
 #include "common/counters.h"
 #include "common/guards.h"
 #include "platform/linux/client/request_client.h"
-#include "platform/linux/message_channel.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <string.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -67,7 +67,7 @@ protected:
 
     template <typename message> void send_to_channel(const message &record, size_t size = sizeof(message)) const
     {
-        EXPECT_TRUE(multicast(channel.get(), message_channel_group, &record, size));
+        EXPECT_TRUE(send_router_message(runtime_directory, &record, size));
     }
 
     // Until the daemon has counted that far; every event that is sent one by one is counted within moments.
@@ -86,8 +86,7 @@ protected:
 
     scenario home;
     pid_t daemon = -1;
-    fd_guard conntrack{open_netlink(NETLINK_NETFILTER)};
-    fd_guard channel{open_netlink(NETLINK_USERSOCK)};
+    fd_guard conntrack{open_conntrack()};
 };
 
 TEST_F(real_daemon, drops_and_counts_bad_input_and_goes_on)
@@ -108,7 +107,7 @@ TEST_F(real_daemon, drops_and_counts_bad_input_and_goes_on)
         EXPECT_NE(call_daemon(request_socket_path, an_hour, {id, home.devices[0].mac.c_str(), "", nullptr, 0}, &answer),
                   request_done);
     EXPECT_EQ(call_daemon(request_socket_path, an_hour, {11, home.devices[0].mac.c_str(), "{", nullptr, 0}, &answer),
-              request_done);
+              request_refused);
     std::ofstream(std::string(state_directory) + "/roster.json") << "{\"devices\":[";
 
     send_traffic(good);
@@ -116,6 +115,28 @@ TEST_F(real_daemon, drops_and_counts_bad_input_and_goes_on)
     EXPECT_EQ(call_daemon(request_socket_path, an_hour, {7, home.devices[0].mac.c_str(), nullptr, nullptr, 0}, &answer),
               request_done);
     EXPECT_NE(std::string(answer.text ? answer.text.get() : "").find("\"appid\":201"), std::string::npos);
+}
+
+// What runs is left alone by whoever starts it once more, or only asks what it is.
+TEST_F(real_daemon, is_left_alone_by_a_second_one)
+{
+    struct stat before = {}, after = {};
+    auto run = [](const std::string &words) { return WEXITSTATUS(system((DAEMON_PATH + words).c_str())); };
+    auto paths = [](struct stat &found) { return stat(request_socket_path, &found) == 0; };
+    ASSERT_TRUE(paths(before));
+    setenv("APPIDENT_PLATFORM_SETTINGS", settings_path, 1);
+    EXPECT_EQ(run(" --version | grep -q '^appident [0-9]'"), 0);
+    EXPECT_EQ(run(" --help | grep -q '^usage: appident'"), 0);
+    EXPECT_EQ(run(" 2>/tmp/second"), 255);
+    EXPECT_EQ(system("grep -q 'another one runs already' /tmp/second"), 0);
+    ASSERT_TRUE(paths(after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    u32 owner = 0;
+    counter_reading readings[1];
+    EXPECT_EQ(counter_page_read(counters_path, readings, 1, &owner), 1);
+    EXPECT_EQ(owner, static_cast<u32>(daemon));
+    send_traffic(accounting_message(hit(201, 0, true)));
+    expect_counter("hits_tracked", 1);
 }
 
 // Ticks come by themselves, two hundred a second. What is looked for is a sanitizer's report, or a daemon that stops answering.

@@ -68,6 +68,10 @@ int ask(const places &where, const client_request &request, client_answer *answe
     case request_malformed:
         fputs("appidentctl: the request is larger than the daemon takes\n", stderr);
         return exit_usage;
+    case request_server_foreign:
+        fprintf(stderr, "appidentctl: who listens at %s is neither root nor the daemon; nothing was sent\n",
+                where.socket.c_str());
+        return exit_unreachable;
     case request_timed_out:
         fprintf(stderr, "appidentctl: no answer within %g s; allow more with --timeout\n", where.timeout_ms / 1000.0);
         return exit_unreachable;

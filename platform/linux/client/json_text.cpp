@@ -7,9 +7,11 @@
 
 namespace {
 
-bool shallow(const char *text)
+// Nested no deeper than the limit, and of no more values: each but the first stands behind a comma or an opening bracket.
+bool within_bounds(const char *text, size_t values)
 {
     int depth = 0;
+    size_t count = 1;
     bool in_string = false;
     for (const char *at = text; *at; ++at) {
         if (in_string && *at == '\\' && at[1])
@@ -20,7 +22,9 @@ bool shallow(const char *text)
             ++depth;
         else if (!in_string && (*at == '}' || *at == ']'))
             --depth;
-        if (depth > json_depth_limit)
+        if (!in_string && (*at == '{' || *at == '[' || *at == ','))
+            ++count;
+        if (depth > json_depth_limit || count > values)
             return false;
     }
     return true;
@@ -72,9 +76,16 @@ text_file read_text_file(const char *path, size_t limit)
     return file;
 }
 
-cJSON *parse_json_text(const char *text, size_t limit)
+cJSON *parse_json_text(const char *text, size_t limit, size_t values, json_outcome *outcome)
 {
-    if (!text || strnlen(text, limit + 1) > limit || !shallow(text))
+    json_outcome unwanted;
+    json_outcome &told = outcome ? *outcome : unwanted;
+    told = json_refused;
+    if (!text || strnlen(text, limit + 1) > limit || !within_bounds(text, values))
         return nullptr;
-    return cJSON_Parse(text);
+    // The parser does not say why it gave up, but an allocation that failed does.
+    errno = 0;
+    cJSON *tree = cJSON_Parse(text);
+    told = tree ? json_read : errno == ENOMEM ? json_no_memory : json_refused;
+    return tree;
 }

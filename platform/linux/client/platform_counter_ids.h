@@ -18,9 +18,10 @@
     row(requests_vanished,      part,  "left before asking") \
     row(requests_crowded_out,   part,  "dropped: too many waiting") \
     row(answers_undelivered,    part,  "answers that nobody took") \
-    row(router_foreign,         total, "router messages from a sender without the right") \
-    row(router_truncated,       total, "router messages cut short") \
-    row(router_overruns,        total, "times that router messages were lost") \
+    row(socket_retries,         total, "times that the request socket was not at its path and was put there again") \
+    row(router_truncated,       total, "router messages too large to take") \
+    row(router_overruns,        part,  "lost: queue full") \
+    row(config_unreadable,      total, "settings of a device that were no JSON, kept beside as .bad") \
     row(roster_unreadable,      total, "roster missing or unreadable; the last good one is in use") \
     row(roster_entries_refused, total, "roster entries left out: no MAC, twice, too many") \
     row(observed_unreadable,    total, "file of observed devices unreadable") \

@@ -1,10 +1,12 @@
 #include "platform/linux/client/request_client.h"
 
 #include "platform/linux/client/request_protocol.h"
+#include "platform/linux/client/settings.h"
 
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 
@@ -51,6 +53,17 @@ request_outcome connect_in_time(int fd, const char *path, int timeout_ms)
     if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0)
         return request_done;
     return errno == EAGAIN || errno == EINPROGRESS ? request_timed_out : request_unreachable;
+}
+
+// Anybody may have taken the path before the daemon did. The runtime directory can only be made by root, or by the daemon.
+bool server_is_the_daemon(int fd)
+{
+    ucred server;
+    socklen_t size = sizeof(server);
+    struct stat runtime;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &server, &size) != 0)
+        return false;
+    return server.uid == 0 || (stat(settings().runtime_dir, &runtime) == 0 && server.uid == runtime.st_uid);
 }
 
 // A server that turns us away closes: the send or the receive then fails, or the answer is empty.
@@ -111,6 +124,8 @@ request_outcome call_daemon(const char *socket_path, int timeout_ms, const clien
     if (fd.get() < 0 || !packet)
         return request_unreachable;
     request_outcome outcome = connect_in_time(fd.get(), socket_path, timeout_ms);
+    if (outcome == request_done && !server_is_the_daemon(fd.get()))
+        outcome = request_server_foreign;
     if (outcome == request_done)
         outcome = send_request(fd.get(), parts);
     if (outcome != request_done)

@@ -10,11 +10,12 @@
 #include <stddef.h>
 
 enum request_outcome {
-    request_done,        // the daemon answered 0
-    request_refused,     // the daemon answered -1, or the peer check turned us away
-    request_unreachable, // nobody listens at the path, or no right to connect
-    request_timed_out,   // connected, no answer in time
-    request_malformed,   // the request is too large or makes no sense
+    request_done,           // the daemon answered 0
+    request_refused,        // the daemon answered -1, or the peer check turned us away
+    request_unreachable,    // nobody listens at the path, or no right to connect
+    request_timed_out,      // connected, no answer in time
+    request_malformed,      // the request is too large or makes no sense
+    request_server_foreign, // who listens at the path is neither root nor the daemon's user; nothing was sent
 };
 
 struct client_request {

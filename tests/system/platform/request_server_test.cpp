@@ -69,6 +69,8 @@ TEST(request_server, brings_each_id_the_words_of_its_table)
         return serve_during(server, [&] { return call_daemon(socket_path.c_str(), 2000, request, &answer); });
     };
     result_text = "{\"err_no\":\"0\"}";
+    const char *limits = R"({"device":"AA-BB-CC-00-00-01","data":[{"class_type":1}]})";
+    const char *stored = R"(11 {"device":"AA-BB-CC-00-00-01","data":[{"class_type":1}]}AA-BB-CC-00-00-01 56)";
     const struct {
         client_request request;
         const char *given;
@@ -76,7 +78,7 @@ TEST(request_server, brings_each_id_the_words_of_its_table)
                  {{7, switches.mac, nullptr, nullptr, 0}, "7 AA-BB-CC-00-00-01 65536"},
                  {{8, "{}", nullptr, nullptr, 0}, "8 {} 65536"},
                  {{9, "{}", nullptr, nullptr, 0}, "9 {} 65536"},
-                 {{11, switches.mac, "{\"data\":[]}", nullptr, 0}, "11 {\"data\":[]}AA-BB-CC-00-00-01 11"},
+                 {{11, switches.mac, limits, nullptr, 0}, stored},
                  {{12, switches.mac, nullptr, nullptr, 0}, "12 AA-BB-CC-00-00-01 65536"},
                  {{13, nullptr, nullptr, &switches, 2}, "13 AA-BB-CC-00-00-01 2"},
                  {{14, nullptr, nullptr, &switches, 3}, "14 AA-BB-CC-00-00-01 3"}};
@@ -88,17 +90,17 @@ TEST(request_server, brings_each_id_the_words_of_its_table)
     }
     EXPECT_EQ(switches.applepay, 19u);
     result_text.assign(request_text_limit + 5, 'x');
-    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}), request_done);
+    EXPECT_EQ(ask({6, switches.mac, nullptr, nullptr, 0}), request_done);
     EXPECT_EQ(strlen(answer.text.get()), request_text_limit - 1);
     EXPECT_EQ(answer.full_length, request_text_limit + 5);
     result_text = "";
-    EXPECT_EQ(ask({6, "m", nullptr, nullptr, 0}), request_done);
+    EXPECT_EQ(ask({6, switches.mac, nullptr, nullptr, 0}), request_done);
     EXPECT_FALSE(answer.text);
     result_code = -1;
     for (unsigned int id : {0u, 6u, 10u, 14u, 99u, 1999u})
-        EXPECT_EQ(ask({id, "m", nullptr, &switches, 1}), request_refused) << id;
+        EXPECT_EQ(ask({id, switches.mac, nullptr, &switches, 1}), request_refused) << id;
     EXPECT_EQ(calls.back(), "99"); // the library keeps its own ids from the daemon
-    EXPECT_EQ(call_daemon((home + "nobody").c_str(), 100, {6, "m", nullptr, nullptr, 0}, nullptr), request_unreachable);
+    EXPECT_EQ(call_daemon((home + "nobody").c_str(), 100, {8, "m", nullptr, nullptr, 0}, nullptr), request_unreachable);
 }
 
 TEST(request_server, nonsense_and_silence_cost_nobody_else_anything)
@@ -109,15 +111,15 @@ TEST(request_server, nonsense_and_silence_cost_nobody_else_anything)
     auto packet_of = [](request_head head, const std::string &text = "m") {
         return std::string(reinterpret_cast<char *>(&head), sizeof head) + text;
     };
-    const request_head good = {request_magic, 6, 0, 100, 1, 0};
+    const request_head good = {request_magic, 8, 0, 100, 1, 0};
     const std::string bad[] = {packet_of(good).substr(0, 10),
                                packet_of(good, "more"),
                                packet_of(good, "\0"s),
                                std::string(request_packet_limit + 1, 'x'),
-                               packet_of({request_magic, 6, 0, 100, 0xFFFFFFFF, 2}),
-                               packet_of({request_magic, 6, 0, request_text_limit + 1, 1, 0}),
+                               packet_of({request_magic, 8, 0, 100, 0xFFFFFFFF, 2}),
+                               packet_of({request_magic, 8, 0, request_text_limit + 1, 1, 0}),
                                packet_of({request_magic, 13, 1, 100, 1, 0}),
-                               packet_of({answer_magic, 6, 0, 100, 1, 0})};
+                               packet_of({answer_magic, 8, 0, 100, 1, 0})};
     char answer;
     for (const std::string &packet : bad) {
         fd_guard client(connect_to(socket_path, SOCK_SEQPACKET));
@@ -138,7 +140,7 @@ TEST(request_server, nonsense_and_silence_cost_nobody_else_anything)
     }
     EXPECT_TRUE(counts("requests_crowded_out", 4u));
     EXPECT_TRUE(calls.empty());
-    serve_during(server, [] { return call_daemon(socket_path.c_str(), 2000, {6, "m", nullptr, nullptr, 0}, nullptr); });
+    serve_during(server, [] { return call_daemon(socket_path.c_str(), 2000, {8, "m", nullptr, nullptr, 0}, nullptr); });
     EXPECT_EQ(calls.size(), 1u);
     EXPECT_TRUE(comes_true([&] {
         ipc_server_accept2();

@@ -7,6 +7,8 @@
 
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -24,6 +26,14 @@ TEST(storage, is_made_when_missing_and_reads_within_bounds)
         EXPECT_EQ(json_tree(json_load_file((home + "some.json").c_str())) != nullptr, text == nest);
         EXPECT_EQ(json_tree(json_load_buffer(text.c_str())) != nullptr, text == nest);
     }
+    // A value costs memory, however short its text: as many as this are refused, and kept aside like all that cannot be read.
+    for (const std::string &bad : {"[0" + std::string(1 << 19, ',') + "0]", std::string("{\"device\":"), std::string()}) {
+        write_file("some.config", bad);
+        EXPECT_FALSE(json_load_file((home + "some.config").c_str()));
+        EXPECT_EQ(read_file("some.config.bad"), bad);
+        EXPECT_FALSE(std::filesystem::exists(home + "some.config"));
+    }
+    EXPECT_TRUE(counts("config_unreadable", 4));
     EXPECT_FALSE(json_load_file((home + "none").c_str()) || json_load_file(home.c_str()) || json_load_file("/dev/zero"));
     // The counters' page in /tmp is never written through somebody's link, and read only when it is one.
     const char *const names[] = {"a name longer than a slot has room for"};
@@ -45,6 +55,29 @@ TEST(storage, is_made_when_missing_and_reads_within_bounds)
     counter_page_write(page);
     ASSERT_EQ(counter_page_read((home + "page").c_str(), read, 1, nullptr), 1);
     EXPECT_EQ(read[0].value, 8u);
+}
+
+// In a child with hardly any memory left: a good file must not be taken for a bad one.
+TEST(storage, keeps_a_file_that_memory_is_short_for)
+{
+    std::string many = "[0";
+    for (int i = 0; i < 30000; ++i)
+        many += ",0";
+    write_file("some.config", many + "]");
+    pid_t child = fork();
+    if (child == 0) {
+        rlimit none = {0, 0};
+        setrlimit(RLIMIT_AS, &none);
+        for (size_t size = 1 << 20; size > 60000; size /= 2)
+            while (malloc(size)) {
+            }
+        _exit(json_load_file((home + "some.config").c_str()) ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << "1: there was memory after all";
+    EXPECT_TRUE(std::filesystem::exists(home + "some.config"));
+    EXPECT_TRUE(json_tree(json_load_file((home + "some.config").c_str())));
 }
 
 } // namespace
