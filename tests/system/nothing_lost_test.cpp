@@ -37,7 +37,7 @@ u32 counted(counter which)
 
 template <typename condition> bool becomes_true(condition holds)
 {
-    for (int tenths = 0; tenths < 200 && !holds(); tenths++)
+    for (int tenths = 0; tenths < 600 && !holds(); tenths++)
         std::this_thread::sleep_for(milliseconds(100));
     return holds();
 }
