@@ -28,13 +28,16 @@ bool wait_for_start(const places &where)
     return false;
 }
 
-std::string group_text(gid_t id)
+} // namespace
+
+std::string how_to_join(gid_t id)
 {
     const group *entry = getgrgid(id);
-    return entry ? entry->gr_name : std::to_string(id);
+    if (!entry)
+        return "be root";
+    return std::string("be root, or a member of the group ") + entry->gr_name + ": 'usermod -aG " + entry->gr_name +
+           " YOU', then log in again";
 }
-
-} // namespace
 
 std::string why_unreachable(const places &where)
 {
@@ -48,7 +51,7 @@ std::string why_unreachable(const places &where)
     if (!S_ISSOCK(status.st_mode))
         return where.socket + " is not a socket; remove it and restart the daemon";
     if (access(where.socket.c_str(), R_OK | W_OK) != 0)
-        return "no right to use " + where.socket + "; be root or a member of the group " + group_text(status.st_gid);
+        return "no right to use " + where.socket + "; " + how_to_join(status.st_gid);
     if (state == daemon_gone)
         return "the daemon has ended (it was process " + std::to_string(page.owner) + "); start it again";
     return "nobody answers at " + where.socket + "; is the daemon running?";

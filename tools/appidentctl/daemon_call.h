@@ -5,6 +5,9 @@
 #include "platform/linux/client/request_client.h"
 #include "tools/appidentctl/places.h"
 
+#include <string>
+#include <sys/types.h>
+
 // Asks, after waiting for a starting daemon as long as the time limit allows.
 // exit_done with the answer filled, exit_refused (nothing said: the caller knows what a refusal means), exit_usage or
 // exit_unreachable.
@@ -19,5 +22,7 @@ int ask_for_json(const places &where, unsigned int id, const std::string &device
 
 // Why nobody answers at the socket, in a line of its own; says what to do.
 std::string why_unreachable(const places &where);
+// What a person does who lacks the rights of this group.
+std::string how_to_join(gid_t id);
 
 #endif

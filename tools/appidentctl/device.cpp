@@ -99,7 +99,7 @@ int run_device(const call &what)
     client_answer answer = {};
     int code = ask(what.where, request, &answer);
     if (code == exit_refused)
-        fputs("appidentctl: refused: is the name longer than 63 bytes, or does this platform library keep no roster?\n",
+        fputs("appidentctl: refused: is the name longer than 32 bytes, or does this platform library keep no roster?\n",
               stderr);
     if (code == exit_done)
         print_device(what, read_household(what.where), mac);

@@ -82,8 +82,9 @@ int run_devices(const call &what)
     for (const known_device &one : known.devices) {
         const current_app *app = app_of(apps, one.mac);
         any_private = any_private || one.private_mac;
-        table.rows.push_back({device_name(known, one.mac) + (one.private_mac ? "*" : ""), one.address.empty() ? "-" : one.address, role_name(one.role),
-                              presence_text(one), app ? app_label(known, app->app_id) : "-",
+        table.rows.push_back({device_name(known, one.mac) + (one.private_mac ? "*" : ""),
+                              one.address.empty() ? "-" : one.address, role_name(one.role), presence_text(one),
+                              app ? app_label(known, app->app_id) : "-",
                               one.role > 0 ? std::to_string(minutes_of(sums, one.mac)) + " min" : "-"});
     }
     if (table.rows.empty())

@@ -12,14 +12,17 @@
 #include "common/sec_plg_common.h"
 
 #include <algorithm>
+#include <errno.h>
+#include <pwd.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace {
 
-enum severity { sound, warning, fault };
+enum severity { fine, warning, fault };
 constexpr const char *severity_names[] = {"ok", "warning", "FAULT"};
 
 struct finding {
@@ -45,32 +48,42 @@ std::string number(u32 value)
     return std::to_string(value);
 }
 
+std::string user_text(uid_t id)
+{
+    const passwd *entry = getpwuid(id);
+    return entry ? entry->pw_name : number(id);
+}
+
 // A counter that should be 0.
 finding expect_none(u32 value, const char *what, const char *advice)
 {
-    return value ? finding{warning, number(value) + " " + what, advice} : finding{sound, std::string("no ") + what, ""};
+    return value ? finding{warning, number(value) + " " + what, advice} : finding{fine, std::string("no ") + what, ""};
 }
 
 finding check_daemon(const evidence &seen)
 {
     constexpr const char *start = "start it: 'systemctl start appident' or '/etc/init.d/appident start'";
+    struct stat about = {};
     switch (seen.state) {
     case daemon_unseen:
+        if (stat(seen.where.counters.c_str(), &about) == 0 && access(seen.where.counters.c_str(), R_OK) != 0)
+            return {fault, "no right to read " + seen.where.counters, how_to_join(about.st_gid)};
         return {fault, "not running: no counters at " + seen.where.counters, start};
     case daemon_gone:
-        return {fault, "process " + number(seen.own.owner) + " has ended; the figures below are those of its run", start};
+        return {fault, "process " + number(seen.own.owner) + " has ended; the figures below are those of its run",
+                std::string(start) + "; if it ends again, see the LAN below and the journal"};
     case daemon_starting:
         return {warning, "starting, " + number(seconds_to_start(seen.own)) + " s to go", "wait; nothing is counted before"};
     case daemon_serving:
         break;
     }
-    return {sound, "serving, process " + number(seen.own.owner), ""};
+    return {fine, "serving, process " + number(seen.own.owner), ""};
 }
 
 finding check_socket(const evidence &seen)
 {
     if (seen.reachable)
-        return {sound, "answers at " + seen.where.socket, ""};
+        return {fine, "answers at " + seen.where.socket, ""};
     return {seen.state == daemon_starting ? warning : fault, why_unreachable(seen.where),
             seen.state == daemon_starting ? "wait" : "see there; a client of the wrong group is turned away"};
 }
@@ -80,7 +93,7 @@ finding check_settings(const evidence &seen)
     if (!seen.where.settings_valid)
         return {fault, seen.where.settings + " makes no sense or names an unknown group; the defaults are in force",
                 "mend the file and restart the daemon"};
-    return {sound, "state in " + seen.where.state_dir + ", LAN interface " + seen.where.lan_interface, ""};
+    return {fine, "state in " + seen.where.state_dir + ", LAN interface " + seen.where.lan_interface, ""};
 }
 
 finding check_clock(const evidence &seen)
@@ -93,39 +106,67 @@ finding check_clock(const evidence &seen)
     if (seen[counter_hits_clock_unset])
         return {warning, number(seen[counter_hits_clock_unset]) + " hits came before the clock was set",
                 "start the daemon later"};
-    return {sound, time_text(seen.now), ""};
+    return {fine, time_text(seen.now), ""};
+}
+
+// What others put at the daemon's paths, while it ran or before.
+finding check_owners(const evidence &seen)
+{
+    struct stat process = {}, about = {};
+    if (stat(("/proc/" + number(seen.own.owner)).c_str(), &process) != 0)
+        return {fine, "not to be told while no daemon runs", ""};
+    for (const std::string &path : {seen.where.socket, seen.where.counters, seen.where.log})
+        if (lstat(path.c_str(), &about) == 0 && about.st_uid != process.st_uid)
+            return {fault, path + " belongs to " + user_text(about.st_uid) + ", the daemon to " + user_text(process.st_uid),
+                    "remove what another user put there, and restart the daemon"};
+    return {fine, "socket, counters and log belong to " + user_text(process.st_uid), ""};
+}
+
+// The interface that the library chose, or the one of the settings where nobody tells.
+std::string lan_name(const evidence &seen)
+{
+    return seen.known.lan_interface.empty() ? seen.where.lan_interface : seen.known.lan_interface;
 }
 
 finding check_lan(const evidence &seen)
 {
-    const std::string &name = seen.where.lan_interface;
-    if (name == "auto")
-        return {sound, "chosen by the daemon: its first lines on standard error say which and why", ""};
+    std::string name = lan_name(seen), why = seen.known.lan_reason.empty() ? "" : " (" + seen.known.lan_reason + ")";
+    if (name.empty() || name == "auto")
+        return {seen.reachable ? fault : warning, "no LAN has been found yet" + why,
+                "is there a bridge or an interface with a private IPv4 address? else name it as \"lan_interface\" in " +
+                    seen.where.settings};
     lan_look lan = look_at_lan(name);
     if (!lan.exists)
         return {fault, "there is no interface " + name, "name the right one as \"lan_interface\" in " + seen.where.settings};
     if (!lan.up)
-        return {fault, name + " is down", "bring it up and restart the daemon"};
+        return {fault, name + " is down", "bring it up"};
     if (lan.address.empty())
-        return {fault, name + " has no IPv4 address", "give it one and restart the daemon, which ends without"};
-    return {sound, name + " is up with " + lan.address, ""};
+        return {fault, name + " has no IPv4 address", "give it one"};
+    return {fine, name + " is up with " + lan.address + why, ""};
 }
 
 finding check_neighbours(const evidence &seen)
 {
-    if (seen.where.lan_interface == "auto")
-        return {sound, "followed on the interface that the daemon has chosen", ""};
-    int count = count_neighbours(seen.where.lan_interface);
+    std::string name = lan_name(seen);
+    int count = count_neighbours(name);
     if (count == 0)
-        return {warning, "the kernel knows nobody on " + seen.where.lan_interface,
-                "is a device connected, and to this interface?"};
-    return {sound, std::to_string(count) + " on " + seen.where.lan_interface, ""};
+        return {warning, "the kernel knows nobody on " + name, "is a device connected, and to this interface?"};
+    return {fine, std::to_string(count) + " on " + name, ""};
+}
+
+finding check_roster(const evidence &seen)
+{
+    if (seen[platform_roster_unreadable])
+        return {fault,
+                "the daemon could not read " + seen.where.roster + ", " + number(seen[platform_roster_unreadable]) + " times",
+                "is it JSON, and readable by the daemon's user? until then the last good one is in use"};
+    return expect_none(seen[platform_roster_entries_refused], "roster entries left out", "each needs a MAC of its own");
 }
 
 finding check_roles(const evidence &seen)
 {
     if (!seen.known.devices_known)
-        return {fault, "no roster at " + seen.where.roster, "write it; a device is tracked once it has a role above 0"};
+        return {fault, "no devices: nobody answers, and there is no roster at " + seen.where.roster, "start the daemon"};
     auto count = [&](auto holds) { return std::count_if(seen.known.devices.begin(), seen.known.devices.end(), holds); };
     auto with_role = count([](const known_device &one) { return one.role > 0; });
     auto online = count([](const known_device &one) { return one.role > 0 && one.on_line; });
@@ -133,17 +174,26 @@ finding check_roles(const evidence &seen)
     std::string text = std::to_string(with_role) + " of " + std::to_string(seen.known.devices.size()) + " have a role, " +
                        std::to_string(online) + " of them on line, " + std::to_string(limited) + " of role 1 (limits)";
     if (with_role == 0)
-        return {fault, text, "give a device a role in " + seen.where.roster};
-    return online ? finding{sound, text, ""} : finding{warning, text, "none can use anything now; is \"online\" right?"};
+        return {fault, text, "'appidentctl devices' lists them; 'appidentctl device NAME --role 1' watches one"};
+    return online ? finding{fine, text, ""} : finding{warning, text, "none can use anything now"};
+}
+
+// Connection tracking tells of other things too; only accounting messages carry apps.
+u32 accounting_messages(const evidence &seen)
+{
+    return seen[counter_traffic_messages] - seen[counter_traffic_other] - seen[counter_traffic_short];
 }
 
 finding check_traffic(const evidence &seen)
 {
+    constexpr const char *engine = "this kernel has no inspection engine: install appident-feed, which sees the apps instead; "
+                                   "on a vendor's kernel, load its module";
     if (seen[counter_traffic_messages] == 0)
-        return {fault, "no message from the kernel", "is the inspection engine's module loaded and accounting on?"};
-    return {sound,
-            number(seen[counter_traffic_messages]) + " messages, " + number(seen[counter_traffic_other]) + " not accounting",
-            ""};
+        return {fault, "no message from the kernel", engine};
+    if (accounting_messages(seen) == 0)
+        return {fault, "none of " + number(seen[counter_traffic_messages]) + " messages tells of an app", engine};
+    return {fine,
+            number(accounting_messages(seen)) + " accounting messages, " + number(seen[counter_traffic_other]) + " others", ""};
 }
 
 finding check_decoding(const evidence &seen)
@@ -177,7 +227,7 @@ finding check_records(const evidence &seen)
                 "see the lines above; " + number(seen[counter_hits_foreign]) + " hits were of no app of ours"};
     time_t age = std::max<time_t>(seen.now - static_cast<time_t>(seen[counter_last_hit_time]), 0);
     std::string text = number(seen[counter_hits_tracked]) + " hits recorded, the last " + span_text(age) + " ago";
-    return age > 3600 ? finding{warning, text, "is anybody at home?"} : finding{sound, text, ""};
+    return age > 3600 ? finding{warning, text, "is anybody at home?"} : finding{fine, text, ""};
 }
 
 finding check_tables(const evidence &seen)
@@ -195,8 +245,8 @@ finding check_pushes(const evidence &seen)
     if (lost)
         return {warning, number(lost) + " pushes did not go out", "is there room in the runtime directory?"};
     if (seen[counter_pushes] == 0)
-        return {seen[counter_hits_tracked] ? warning : sound, "none yet", "a history push follows when an app is left"};
-    return {sound, number(seen[counter_pushes]) + ", the last " + time_text(static_cast<time_t>(seen[counter_last_push_time])),
+        return {seen[counter_hits_tracked] ? warning : fine, "none yet", "a history push follows when an app is left"};
+    return {fine, number(seen[counter_pushes]) + ", the last " + time_text(static_cast<time_t>(seen[counter_last_push_time])),
             ""};
 }
 
@@ -209,7 +259,7 @@ finding check_disk(const evidence &seen)
     unsigned long long room = static_cast<unsigned long long>(disk.f_bavail) * disk.f_frsize;
     std::string text = std::to_string(room / 1024) + " KiB free in " + seen.where.state_dir;
     return room < least ? finding{room ? warning : fault, text, "make room; settings cannot be saved on a full disk"}
-                        : finding{sound, text, ""};
+                        : finding{fine, text, ""};
 }
 
 finding check_log(const evidence &seen)
@@ -222,7 +272,7 @@ finding check_log(const evidence &seen)
     std::string text = std::to_string(status.st_size / 1024) + " KiB, last line " + span_text(age) + " ago";
     return seen.state == daemon_serving && age > silent
                ? finding{fault, text, "the daemon hangs or its disk is full; restart it and report this"}
-               : finding{sound, text, ""};
+               : finding{fine, text, ""};
 }
 
 struct check {
@@ -235,8 +285,10 @@ constexpr check checks[] = {
     {"socket", check_socket, false},
     {"settings", check_settings, false},
     {"clock", check_clock, false},
+    {"owners", check_owners, true},
     {"LAN", check_lan, false},
     {"neighbours", check_neighbours, false},
+    {"roster", check_roster, true},
     {"devices", check_roles, false},
     {"traffic", check_traffic, true},
     {"decoding", check_decoding, true},
@@ -264,7 +316,7 @@ void print_finding(const call &what, const char *name, const finding &found, cJS
 {
     if (!given(what.line, option_json)) {
         printf("%-7s  %-17s  %s\n", severity_names[found.level], name, printable(found.text).c_str());
-        if (found.level != sound)
+        if (found.level != fine)
             printf("%28s%s\n", "-> ", found.advice.c_str());
         return;
     }
@@ -272,8 +324,34 @@ void print_finding(const call &what, const char *name, const finding &found, cJS
     cJSON_AddStringToObject(entry, "check", name);
     cJSON_AddStringToObject(entry, "level", found.level == fault ? "fault" : severity_names[found.level]);
     cJSON_AddStringToObject(entry, "text", found.text.c_str());
-    cJSON_AddStringToObject(entry, "advice", found.level == sound ? "" : found.advice.c_str());
+    cJSON_AddStringToObject(entry, "advice", found.level == fine ? "" : found.advice.c_str());
     cJSON_AddItemToArray(list, entry);
+}
+
+// What a new household has still to do, in order. Only what is not done yet, and nothing on a box where all is done.
+void print_first_steps(const evidence &seen)
+{
+    const struct {
+        bool done;
+        const char *step;
+    } steps[] = {
+        {seen.reachable || seen.state == daemon_starting, "start the daemon"},
+        {seen.own.found && accounting_messages(seen) > 0,
+         "let something tell it the apps: a vendor's kernel, or appident-feed"},
+        {std::any_of(seen.known.devices.begin(), seen.known.devices.end(),
+                     [](const known_device &one) { return one.role > 0; }),
+         "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
+        {seen[counter_hits_tracked] > 0, "use a watched device for some minutes, and see 'appidentctl today'"},
+    };
+    bool any = false;
+    for (const auto &one : steps) {
+        if (one.done)
+            continue;
+        if (!any)
+            puts("\nLeft to do, in this order:");
+        any = true;
+        printf("  - %s\n", one.step);
+    }
 }
 
 } // namespace
@@ -285,7 +363,7 @@ int run_doctor(const call &what)
                      false};
     seen.state = state_of(seen.own);
     seen.reachable = seen.state != daemon_starting && probe(what.where);
-    severity worst = sound;
+    severity worst = fine;
     json_tree root(cJSON_CreateObject());
     cJSON *list = cJSON_AddArrayToObject(root.get(), "checks");
     for (const check &one : checks) {
@@ -295,9 +373,10 @@ int run_doctor(const call &what)
         worst = std::max(worst, found.level);
         print_finding(what, one.name, found, list);
     }
-    if (given(what.line, option_json)) {
+    if (given(what.line, option_json))
         print_json(root.get());
-    }
+    else
+        print_first_steps(seen);
     if (!seen.reachable)
         return exit_unreachable;
     return worst == fault ? exit_fault : worst == warning ? exit_warning : exit_done;

@@ -50,22 +50,31 @@ void take_devices(const cJSON *entries, bool observed, household *known)
     }
 }
 
-// What the library tells; false when nobody answers or an older library does not know the question.
+// What the library tells, as many devices a time as fit an answer; false when nobody answers or an older library does not know
+// the question.
 bool ask_for_devices(const places &where, household *known)
 {
-    client_request request = {};
-    request.id = request_list_devices;
-    client_answer answer = {};
-    if (call_daemon(where.socket.c_str(), where.timeout_ms, request, &answer) != request_done || !answer.text)
-        return false;
-    json_tree root(cJSON_Parse(answer.text.get()));
-    const cJSON *entries = cJSON_GetObjectItem(root.get(), "devices");
-    if (!cJSON_IsArray(entries))
-        return false;
-    const cJSON *lan = cJSON_GetObjectItem(root.get(), "lan");
-    known->lan_interface = json_text(lan, "interface");
-    known->lan_reason = json_text(lan, "why");
-    take_devices(entries, true, known);
+    std::string input;
+    for (bool more = true; more;) {
+        client_request request = {};
+        request.id = request_list_devices;
+        request.text = input.c_str();
+        client_answer answer = {};
+        if (call_daemon(where.socket.c_str(), where.timeout_ms, request, &answer) != request_done || !answer.text)
+            return false;
+        json_tree root(cJSON_Parse(answer.text.get()));
+        const cJSON *entries = cJSON_GetObjectItem(root.get(), "devices");
+        if (!cJSON_IsArray(entries))
+            return false;
+        const cJSON *lan = cJSON_GetObjectItem(root.get(), "lan");
+        known->lan_interface = json_text(lan, "interface");
+        known->lan_reason = json_text(lan, "why");
+        size_t before = known->devices.size();
+        take_devices(entries, true, known);
+        more = cJSON_IsTrue(cJSON_GetObjectItem(root.get(), "more")) && known->devices.size() > before;
+        if (more)
+            input = "{\"after\":\"" + known->devices.back().mac + "\"}";
+    }
     return true;
 }
 

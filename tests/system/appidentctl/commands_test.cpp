@@ -19,7 +19,7 @@ std::string off(int from, int to)
 
 TEST_F(tool, tells_wrong_command_lines_from_refusals_and_absence)
 {
-    write_file("other.json", R"({"device":"AA-00-00-00-00-09","data":[{"class_type":1}]})");
+    write_file("other.json", R"({"device":"A8-00-00-00-00-09","data":[{"class_type":1}]})");
     const struct {
         const char *arguments;
         int code;
@@ -30,8 +30,8 @@ TEST_F(tool, tells_wrong_command_lines_from_refusals_and_absence)
         {"limits --help", 0, "--others-off"},
         {"help limits", 0, "--others-off"},
         {"frob", 2, "'frob' is no command"},
-        {"apps aa:00:00:00:00-01", 2, "no device is called"},
-        {"apps aa:00:00:00:00:01 --follow", 2, "does not take --follow"},
+        {"apps a8:00:00:00:00-01", 2, "no device is called"},
+        {"apps a8:00:00:00:00:01 --follow", 2, "does not take --follow"},
         {"limits ann --set", 2, "--set lacks its value"},
         {"limits ann bob", 2, "'bob' is one word too many"},
         {"limits", 2, "limits needs a device"},
@@ -106,14 +106,14 @@ TEST_F(tool, says_starting_while_nothing_is_served)
 
 TEST_F(tool, always_writes_five_limits_and_keeps_the_others)
 {
-    const std::string begin = "{\"device\":\"AA-00-00-00-00-01\",\"data\":[";
+    const std::string begin = "{\"device\":\"A8-00-00-00-00-01\",\"data\":[";
     outcome got = run("limits ann --class games --minutes 60 --apps Video,1002");
     EXPECT_EQ(got.code, 0) << got.words;
     EXPECT_EQ(script.limits, begin + R"({"class_type":1,"onoff":1,"use_time":60,"appid":[1001,1002]})" + off(2, 5) + "]}");
     EXPECT_NE(got.words.find("on          60  1001 Video, 1002 Blocks\n"), std::string::npos) << got.words;
 
-    EXPECT_EQ(run("limits aa0000000001 --class 5 --minutes 30").code, 0);
-    EXPECT_EQ(run("limits aa0000000001 --class 1 --off").code, 0);
+    EXPECT_EQ(run("limits a80000000001 --class 5 --minutes 30").code, 0);
+    EXPECT_EQ(run("limits a80000000001 --class 1 --off").code, 0);
     EXPECT_EQ(script.limits, begin + R"({"class_type":1,"onoff":0,"use_time":60,"appid":[1001,1002]})" + off(2, 4) +
                                  R"(,{"class_type":5,"onoff":1,"use_time":30,"appid":[]}]})");
     write_file("limits.json", R"([{"class_type":4,"onoff":1,"use_time":0,"appid":[7],"note":"kept"}])");
@@ -136,12 +136,12 @@ TEST_F(tool, does_not_take_success_for_stored)
         int code;
         bool stored;
     } cases[] = {
-        {0, "limits aa0000000001 --class 1 --minutes 5", 1, false},
-        {0, "payments aa0000000001 --all-off", 1, false},
-        {2, "limits aa0000000002 --class 1 --minutes 5", 1, false}, // by the roster; what cannot be read
-        {2, "limits aa0000000003 --class 1 --minutes 5", 1, false}, // is not overwritten
-        {2, "limits aa0000000003 --class 1 --minutes 5 --others-off", 1, true},
-        {2, "limits aa0000000001 --class 1 --minutes 5", 1, true}, // role 1 by the roster: nothing is stored yet
+        {0, "limits a80000000001 --class 1 --minutes 5", 1, false},
+        {0, "payments a80000000001 --all-off", 1, false},
+        {2, "limits a80000000002 --class 1 --minutes 5", 1, false}, // by the roster; what cannot be read
+        {2, "limits a80000000003 --class 1 --minutes 5", 1, false}, // is not overwritten
+        {2, "limits a80000000003 --class 1 --minutes 5 --others-off", 1, true},
+        {2, "limits a80000000001 --class 1 --minutes 5", 1, true}, // role 1 by the roster: nothing is stored yet
     };
     for (const auto &one : cases) {
         script.role = one.role;
@@ -153,14 +153,14 @@ TEST_F(tool, does_not_take_success_for_stored)
 
 TEST_F(tool, switches_payments)
 {
-    EXPECT_EQ(run("payments aa0000000001 --set alipay=off,qqpay=0 --json").words,
-              R"({"mac":"AA-00-00-00-00-01","enable":true,"weixin":true,"alipay":false,"qqpay":false,"applepay":true})"
+    EXPECT_EQ(run("payments a80000000001 --set alipay=off,qqpay=0 --json").words,
+              R"({"mac":"A8-00-00-00-00-01","enable":true,"weixin":true,"alipay":false,"qqpay":false,"applepay":true})"
               "\n");
-    EXPECT_STREQ(script.switches.mac, "AA-00-00-00-00-01");
-    EXPECT_EQ(run("payments aa0000000001 --set alipay=on").code, 0);
+    EXPECT_STREQ(script.switches.mac, "A8-00-00-00-00-01");
+    EXPECT_EQ(run("payments a80000000001 --set alipay=on").code, 0);
     EXPECT_EQ(script.switches.alipay + script.switches.qqpay, 1u) << "the others stay as stored";
-    run("payments aa0000000001 --all-off");
-    EXPECT_NE(run("payments aa0000000001").words.find("weixin    off    WeChat Pay"), std::string::npos);
+    run("payments a80000000001 --all-off");
+    EXPECT_NE(run("payments a80000000001").words.find("weixin    off    WeChat Pay"), std::string::npos);
 }
 
 TEST_F(tool, shows_every_counter)

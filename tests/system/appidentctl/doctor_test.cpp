@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string.h>
 #include <time.h>
+#include <unistd.h>
 #include <utime.h>
 
 namespace {
@@ -29,7 +30,8 @@ std::string complaints(const std::string &json)
 TEST_F(tool, finds_out_why_there_is_no_data)
 {
     write_file("wrong.json", "{\"lan_interface\":\"nolan0\",\"state_dir\":\"" + home + "\",\"runtime_dir\":\"" + home + "\"}");
-    write_file("junk.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "\",\"socket_group\":\"no such group\"}");
+    write_file("junk.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "\",\"runtime_dir\":\"" + home +
+                                "\",\"socket_group\":\"no such group\"}");
     write_file("gone.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "/none\",\"runtime_dir\":\"" + home + "\"}");
     utimbuf long_ago = {1700000000, 1700000000};
     const struct {
@@ -40,7 +42,10 @@ TEST_F(tool, finds_out_why_there_is_no_data)
     } cases[] = {
         {[] {}, "", 4, ""},
         {[] { set("traffic_messages", 0); }, "", 5, "traffic fault;"},
+        {[] { set("traffic_other", 5); }, "", 5, "traffic fault;"},
         {[] { set("hits_tracked", 0); }, "", 5, "records fault;"},
+        {[] { EXPECT_TRUE(chown((home + "/log").c_str(), 65534, 65534) == 0 || geteuid() != 0); }, "", geteuid() == 0 ? 5 : 4,
+         geteuid() == 0 ? "owners fault;" : ""},
         {[] { set("last_hit_time", static_cast<u32>(time(nullptr)) + 4000); }, "", 4, "clock warning;"},
         {[] {
              for (const char *name : {"traffic_undecodable", "hits_unknown_mac", "traffic_lost", "app_table_full"})
@@ -48,15 +53,16 @@ TEST_F(tool, finds_out_why_there_is_no_data)
              set("pushes", 0), set("last_hit_time", static_cast<u32>(time(nullptr)) - 4000);
          },
          "", 4, "decoding warning;unknown MACs warning;losses warning;records warning;tables warning;pushes warning;"},
-        {[] { write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":0}]})"); }, "", 5, "devices fault;"},
+        {[] { write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":0}]})"); }, "", 5, "devices fault;"},
         {[] {}, "--settings=$HOME_DIR/wrong.json", 5, "LAN fault;"},
         {[] {}, "--settings=$HOME_DIR/junk.json", 5, "settings fault;"},
-        {[] {}, "--settings=$HOME_DIR/gone.json", 5, "devices fault;disk fault;"},
+        {[] {}, "--settings=$HOME_DIR/gone.json", 5, "disk fault;"},
         {[] {}, "--log=$HOME_DIR/old.log", 5, "log fault;"},
         {[] { std::filesystem::remove(home + "/counters"); }, "--socket=$HOME_DIR/none", 3, "daemon fault;socket fault;"},
     };
     for (const auto &one : cases) {
         SetUp();
+        std::filesystem::remove(home + "/log");
         write_file("log", "a line\n");
         write_file("old.log", "a line\n");
         utime((home + "/old.log").c_str(), &long_ago);
@@ -71,6 +77,19 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         EXPECT_EQ(found.erase(neighbours, strlen("neighbours warning;")), one.expected) << got.words;
         EXPECT_EQ(got.code, one.code) << got.words;
     }
+}
+
+TEST_F(tool, leads_a_new_household_through_the_first_steps)
+{
+    write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01"}]})");
+    std::string words = run("doctor").words;
+    size_t left = words.find("Left to do, in this order:\n  - let something tell it the apps");
+    ASSERT_NE(left, std::string::npos) << words;
+    EXPECT_NE(words.find("--role 1\n  - use a watched device", left), std::string::npos) << words;
+    set("traffic_messages", 1), set("hits_tracked", 1);
+    write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":1,"online":true}]})");
+    words = run("doctor").words;
+    EXPECT_EQ(words.find("Left to do"), std::string::npos) << words;
 }
 
 } // namespace

@@ -13,18 +13,18 @@ TEST_F(tool, knows_devices_apps_and_classes_by_what_people_call_them)
         const char *words;
         const char *meant; // what is asked about, or said where it is not clear
     } cases[] = {
-        {"AA-00-00-00-00-01", "\"AA-00-00-00-00-01\""},
-        {"aa00.0000.0001", "\"AA-00-00-00-00-01\""},
-        {"ANN", "\"AA-00-00-00-00-01\""},
-        {"bo", "\"AA-00-00-00-00-02\""},
-        {"平板", "\"AA-00-00-00-00-03\""},
-        {"Anne", "do you mean: Ann (AA-00-00-00-00-01)?"},
-        {"b", "may be any of: Bob (AA-00-00-00-00-02), Ben (AA-00-00-00-00-04)"},
+        {"A8-00-00-00-00-01", "\"A8-00-00-00-00-01\""},
+        {"a800.0000.0001", "\"A8-00-00-00-00-01\""},
+        {"ANN", "\"A8-00-00-00-00-01\""},
+        {"bo", "\"A8-00-00-00-00-02\""},
+        {"平板", "\"A8-00-00-00-00-03\""},
+        {"Anne", "do you mean: Ann (A8-00-00-00-00-01)?"},
+        {"b", "may be any of: Bob (A8-00-00-00-00-02), Ben (A8-00-00-00-00-04)"},
         {"192.168.1.9", "no device has the address"},
     };
-    write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":1,"name":"Ann"},
-        {"mac":"AA-00-00-00-00-02","name":"Bob"},{"mac":"AA-00-00-00-00-03","name":"小明的平板电脑"},
-        {"mac":"AA-00-00-00-00-04","name":"Ben"}]})");
+    write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":1,"name":"Ann","online":true},
+        {"mac":"A8-00-00-00-00-02","name":"Bob"},{"mac":"A8-00-00-00-00-03","name":"小明的平板电脑"},
+        {"mac":"A8-00-00-00-00-04","name":"Ben"}]})");
     for (const auto &one : cases) {
         script.asked = "";
         outcome got = run(std::string("apps '") + one.words + "'");
@@ -39,8 +39,8 @@ TEST_F(tool, knows_devices_apps_and_classes_by_what_people_call_them)
 // As a person sees it on a wide and on a narrow terminal; a Chinese character takes two places.
 TEST_F(tool, fits_tables_to_the_terminal)
 {
-    write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":1,"name":"小明的平板电脑"},
-        {"mac":"AA-00-00-00-00-02","role":0,"name":"A\tb","online":false}]})");
+    write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":1,"name":"小明的平板电脑","online":true},
+        {"mac":"A8-00-00-00-00-02","role":0,"name":"A\tb","online":false}]})");
     EXPECT_EQ(run("apps --all", "COLUMNS=80").words, "DEVICE          APP         SINCE        MINUTES\n"
                                                      "小明的平板电脑  1001 Video  11-14 22:13       12\n");
     EXPECT_EQ(run("apps --all", "COLUMNS=40").words, "DEVICE    APP       SINCE        MINUTES\n"
@@ -51,7 +51,7 @@ TEST_F(tool, fits_tables_to_the_terminal)
               "A?b             -        not watched          off line  -                -\n");
     EXPECT_EQ(
         run("apps --all --json").words,
-        R"({"apps":[{"mac":"AA-00-00-00-00-01","device":"小明的平板电脑","app_id":1001,"app":"Video","since":1700000000,"minutes":12}]})"
+        R"({"apps":[{"mac":"A8-00-00-00-00-01","device":"小明的平板电脑","app_id":1001,"app":"Video","since":1700000000,"minutes":12}]})"
         "\n");
 }
 
@@ -63,7 +63,7 @@ TEST_F(tool, sums_up_today)
     clock_gettime(CLOCK_BOOTTIME, &uptime);
     auto history = [](time_t when, time_t armed, int minutes) {
         return "{\"time\":" + std::to_string(when) + ",\"code\":1008,\"occur_time\":" + std::to_string(armed) +
-               R"(,"data":{"endmac":"AA-00-00-00-00-01","appid":"1002","sumtime":")" + std::to_string(minutes * 60) + "\"}}\n";
+               R"(,"data":{"endmac":"A8-00-00-00-00-01","appid":"1002","sumtime":")" + std::to_string(minutes * 60) + "\"}}\n";
     };
     write_file("pushes.jsonl.1", history(midnight - 100, 0, 1));
     write_file("pushes.jsonl", history(midnight + 120, 0, 50) + "half a line\n" +
@@ -88,7 +88,7 @@ TEST_F(tool, sums_up_today)
 // The completion compares and quotes what the tool offers; nothing of it is run.
 TEST_F(tool, offers_words_to_the_shell)
 {
-    write_file("roster.json", R"json({"devices":[{"mac":"AA-00-00-00-00-01","name":"$(touch $HOME_DIR/run)"},
+    write_file("roster.json", R"json({"devices":[{"mac":"A8-00-00-00-00-01","name":"$(touch $HOME_DIR/run)"},
         {"mac":"$(touch $HOME_DIR/run)","name":"Ben's `touch $HOME_DIR/run` tablet"}]})json");
     auto complete = [](const std::string &words) {
         std::string command = "bash -c 'cd " + home + "; PATH=" + home +
@@ -107,7 +107,7 @@ TEST_F(tool, offers_words_to_the_shell)
     EXPECT_EQ(complete("st"), "status\n");
     EXPECT_EQ(complete("limits x --cl"), "--class\n");
     EXPECT_EQ(complete("limits x --class \"eye\""), "eye\\ protection\n");
-    EXPECT_EQ(complete("--settings x limits AA"), "AA-00-00-00-00-01\n");
+    EXPECT_EQ(complete("--settings x limits A8"), "A8-00-00-00-00-01\n");
     EXPECT_EQ(complete("apps \"\\$\""), "\\$\\(touch\\ \\$HOME_DIR/run\\)\n");
     EXPECT_NE(complete("limits x --set \"\"").find("files"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(home + "/run"));

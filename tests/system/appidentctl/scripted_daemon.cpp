@@ -48,8 +48,8 @@ std::string report(unsigned int id, const std::string &asked)
     std::string apps = "\"data\":[{\"appid\":1001,\"starttime\":1700000000,\"endtime\":0,\"sumtime\":12}";
     apps += id % 2 ? ",{\"appid\":7,\"starttime\":1700000700,\"endtime\":0,\"sumtime\":0}]}" : "]}";
     if (id <= APPIDENT_GET_CUR_DEVICE_APP_FOR_ROM)
-        return asked == "AA-00-00-00-00-01" ? success + apps : "";
-    return success + "\"results\":[{\"device\":\"AA-00-00-00-00-01\"," + apps + "]}";
+        return asked == "A8-00-00-00-00-01" ? success + apps : "";
+    return success + "\"results\":[{\"device\":\"A8-00-00-00-00-01\"," + apps + "]}";
 }
 
 int serve_switches(unsigned int id, appident_payment_notify_st *switches, uintptr_t action)
@@ -88,9 +88,10 @@ int serve(unsigned int id, void *pa, void *pb, void *pc)
     return 0;
 }
 
-const char *const counter_names[] = {"serving",      "started_uptime", "traffic_messages", "traffic_undecodable",
-                                     "traffic_lost", "hits_tracked",   "hits_unknown_mac", "last_hit_time",
-                                     "pushes",       "last_push_time", "app_table_full",   "a_new_one"};
+const char *const counter_names[] = {"serving",       "started_uptime", "traffic_messages", "traffic_undecodable",
+                                     "traffic_lost",  "traffic_other",  "hits_tracked",     "hits_unknown_mac",
+                                     "last_hit_time", "pushes",         "last_push_time",   "app_table_full",
+                                     "a_new_one"};
 std::atomic<u32> values[std::size(counter_names)];
 
 } // namespace
@@ -116,8 +117,8 @@ void tool::SetUp()
     page.fd = counter_page_create((home + "/counters").c_str(), page);
     ASSERT_GE(page.fd, 0);
     set("serving", 1);
-    write_file("roster.json", R"({"devices":[{"mac":"AA-00-00-00-00-01","role":1,"name":"Ann"},
-        {"mac":"AA-00-00-00-00-02","role":2,"name":"Bob","online":false}]})");
+    write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":1,"name":"Ann","online":true},
+        {"mac":"A8-00-00-00-00-02","role":2,"name":"Bob","online":false}]})");
 }
 
 int main(int argc, char **argv)
