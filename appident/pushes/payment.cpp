@@ -75,22 +75,20 @@ void add_pay_code(cJSON *object, u32 app_id)
 
 void send_pay_alert(const device_record *dev, const payment_set &set, const char *rules, u32 now)
 {
-    device_alias alias = get_alias(*dev);
-    json_tree tree = begin_push(*dev, &alias);
-    if (!tree)
-        return;
-    add_u32(tree.get(), "role", static_cast<u32>(shown_role(dev->mac)));
-    if (set.app_id == WECHAT_PAY)
-        wechatPay_push_flag = 0;
-    add_pay_code(tree.get(), set.app_id);
-    add_text(tree.get(), "ruleid", rules);
-    add_u32(tree.get(), "timestamp", now);
-    end_push(tree.get(), *dev);
-    heap_text text;
-    int ret = send_push(push_code_payment, tree.get(), 0, &text);
-    if (text)
-        url_check_log(0, "[appident] push_pay_alert -> [1012], [%s] [%s] app_id = %u\n\t%s ret = %d", dev->mac, alias.text,
-                      set.app_id, text.get(), ret);
+    push_object(
+        push_code_payment, *dev, 0,
+        [&](cJSON *object) {
+            add_u32(object, "role", static_cast<u32>(shown_role(dev->mac)));
+            if (set.app_id == WECHAT_PAY)
+                wechatPay_push_flag = 0;
+            add_pay_code(object, set.app_id);
+            add_text(object, "ruleid", rules);
+            add_u32(object, "timestamp", now);
+        },
+        [&](const char *alias, const char *text, int result) {
+            url_check_log(0, "[appident] push_pay_alert -> [1012], [%s] [%s] app_id = %u\n\t%s ret = %d", dev->mac, alias,
+                          set.app_id, text, result);
+        });
 }
 
 void judge_set(const device_record *dev, payment_set &set)
@@ -125,7 +123,8 @@ void follow_two_steps(const two_step_rules &rules, u32 &stamp, device_record *de
         stamp = wall_clock();
     if (ruleid != rules.second)
         return;
-    // The application word goes on as it came: the App Store's caller has a plain id, which matches no set. That stays so.
+    // The App Store's caller passes a plain id where add_app_payment_record reads a packed word, so that this pair of rules
+    // matches no payment set and never becomes an alert. That is required: a purchase in the App Store is only logged.
     if (wall_clock() - stamp <= two_step_window)
         add_app_payment_record(dev, appid, ruleid);
     stamp = 0;
@@ -175,7 +174,7 @@ void App_store_pay(device_record *dev, u32 appid, u32 ruleid)
 
 void weChat_red_pay(device_record *dev, u32 appid, u32 ruleid)
 {
-    // The first step is not logged here, on purpose.
+    // The first step is not logged: readers of the log expect one line for each red packet.
     if (ruleid == red_packet_rules.second)
         url_check_log(0, "[appident] weChat_red_pay hit:%d", static_cast<int>(ruleid));
     follow_two_steps(red_packet_rules, weChat_red_pay_time, dev, appid, ruleid);

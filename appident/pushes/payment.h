@@ -7,7 +7,8 @@
 // Notes one payment rule hit; appid is the packed word.
 void add_app_payment_record(device_record *dev, u32 appid, u32 ruleid);
 void add_app_payment_rule_record(payment_set *set, u32 appid, u32 ruleid);
-// Two rules within 5 seconds make a payment; one shared time stamp for all devices, on purpose.
+// Two rules within 5 seconds make a payment. One time stamp serves all devices, because the two globals are all that there is:
+// of two devices that pay in the same seconds one may be missed.
 void App_store_pay(device_record *dev, u32 appid, u32 ruleid);
 void weChat_red_pay(device_record *dev, u32 appid, u32 ruleid);
 // Drops rule hits older than 30 seconds. Returns 0.

@@ -136,22 +136,19 @@ int push_addiction_alert(device_record *dev, int class_type_idx, u32 sum_time)
     if (limit->alert_push_num >= times)
         return 0;
     limit->alert_push_num = times;
-    device_alias alias = get_alias(*dev);
-    json_tree tree = begin_push(*dev, &alias);
-    if (!tree)
-        return 0;
-    add_u32(tree.get(), "class_type", limit->class_type);
-    add_u32(tree.get(), "use_time", limit->use_time * limit->alert_push_num);
-    end_push(tree.get(), *dev);
-    heap_text text;
-    int ret = send_push(push_code_addiction, tree.get(), 0, &text);
-    if (!text)
-        return 0;
-    url_check_log(0,
-                  "[appident] push_addiction_alert -> [1015], [%s] [%s] class_type = %u, use_time = %u, sum_time = %u, "
-                  "alert_push_num = %u\n\t%s, ret = %d",
-                  dev->mac, alias.text, limit->class_type, limit->use_time, sum_time, limit->alert_push_num, text.get(), ret);
-    log_class_apps(dev, limit);
+    push_object(
+        push_code_addiction, *dev, 0,
+        [&](cJSON *object) {
+            add_u32(object, "class_type", limit->class_type);
+            add_u32(object, "use_time", limit->use_time * limit->alert_push_num);
+        },
+        [&](const char *alias, const char *text, int result) {
+            url_check_log(0,
+                          "[appident] push_addiction_alert -> [1015], [%s] [%s] class_type = %u, use_time = %u, sum_time = %u, "
+                          "alert_push_num = %u\n\t%s, ret = %d",
+                          dev->mac, alias, limit->class_type, limit->use_time, sum_time, limit->alert_push_num, text, result);
+            log_class_apps(dev, limit);
+        });
     return 0;
 }
 
@@ -169,22 +166,20 @@ int push_eye_protection_alert(device_record *dev, int class_type_idx, app_ident_
     if (app->alert_push_num >= times)
         return 0;
     app->alert_push_num = times;
-    device_alias alias = get_alias(*dev);
-    json_tree tree = begin_push(*dev, &alias);
-    if (!tree)
-        return 0;
-    add_int(tree.get(), "role", shown_role(dev->mac));
-    add_int(tree.get(), "appid", static_cast<int>(app->app_id));
-    add_int(tree.get(), "times", static_cast<int>(app->alert_push_num * limit->use_time * 60));
-    end_push(tree.get(), *dev);
-    heap_text text;
-    int ret = send_push(push_code_eye_protection, tree.get(), 0, &text);
-    if (text)
-        url_check_log(0,
-                      "[appident] push_eye_protection_alert -> [1021], [%s] [%s] class_type = %u, use_time = %u, app_id = %u, "
-                      "time_axis_period_time = %u, alert_push_num = %u\n\t%s, ret = %d",
-                      dev->mac, alias.text, limit->class_type, limit->use_time, app->app_id, minutes, app->alert_push_num,
-                      text.get(), ret);
+    push_object(
+        push_code_eye_protection, *dev, 0,
+        [&](cJSON *object) {
+            add_int(object, "role", shown_role(dev->mac));
+            add_int(object, "appid", static_cast<int>(app->app_id));
+            add_int(object, "times", static_cast<int>(app->alert_push_num * limit->use_time * 60));
+        },
+        [&](const char *alias, const char *text, int result) {
+            url_check_log(0,
+                          "[appident] push_eye_protection_alert -> [1021], [%s] [%s] class_type = %u, use_time = %u, "
+                          "app_id = %u, time_axis_period_time = %u, alert_push_num = %u\n\t%s, ret = %d",
+                          dev->mac, alias, limit->class_type, limit->use_time, app->app_id, minutes, app->alert_push_num, text,
+                          result);
+        });
     return 0;
 }
 
@@ -193,20 +188,18 @@ int push_daydayup_alert(device_record *dev, app_ident_record *app)
     int refusal = daydayup_refusal(dev, app);
     if (refusal != 0)
         return refusal;
-    // Also when the push cannot be built: such an alert is lost and never retried, on purpose.
+    push_object(
+        push_code_daydayup, *dev, 0,
+        [&](cJSON *object) {
+            add_u32(object, "role", static_cast<u32>(shown_role(dev->mac)));
+            add_u32(object, "appid", app->app_id);
+        },
+        [&](const char *alias, const char *text, int result) {
+            url_check_log(0, "[appident] push_daydayup_alert -> [1022], [%s] [%s] app_id = %u\n\t%s, ret = %d", dev->mac, alias,
+                          app->app_id, text, result);
+        });
+    // Also when there was no memory: an alert is never sent later, when it would no longer be true.
     app->daydayup_alert_push_num = 1;
-    device_alias alias = get_alias(*dev);
-    json_tree tree = begin_push(*dev, &alias);
-    if (!tree)
-        return 0;
-    add_u32(tree.get(), "role", static_cast<u32>(shown_role(dev->mac)));
-    add_u32(tree.get(), "appid", app->app_id);
-    end_push(tree.get(), *dev);
-    heap_text text;
-    int ret = send_push(push_code_daydayup, tree.get(), 0, &text);
-    if (text)
-        url_check_log(0, "[appident] push_daydayup_alert -> [1022], [%s] [%s] app_id = %u\n\t%s, ret = %d", dev->mac,
-                      alias.text, app->app_id, text.get(), ret);
     return 0;
 }
 
@@ -216,7 +209,7 @@ int push_app_alert(device_record *dev)
         url_check_log(0, "[appident]  pdevice_record == NULL");
         return -1;
     }
-    // So a device without limits gets no payment alert either, on purpose.
+    // This also means no payment alert for a device without limits: payments are watched only where somebody has set limits.
     if (dev->utl_num == 0) {
         url_check_log(0, "[appident] push_app_alert %s  utl_num == 0 -> error 1", dev->mac);
         return -1;

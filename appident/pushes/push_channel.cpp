@@ -8,9 +8,15 @@
 #include <stdio.h>
 #include <string.h>
 
+namespace {
+
+std::atomic<bool> pushed_since_noted{false};
+
+} // namespace
+
 bool is_excluded_app(u32 app_id)
 {
-    // 303 and 312 are not among them, on purpose.
+    // Not 303 and 312: Apple Pay is reported as an app, and 312 belongs to no payment.
     static constexpr u32 excluded[] = {WECHAT_PAY, ALI_PAY, QQ_PAY, 310, 311, 313};
     for (u32 id : excluded) {
         if (id == app_id)
@@ -26,9 +32,15 @@ int my_push(int type, const char *data, unsigned long occur_time)
         count(counter_pushes_failed);
     } else {
         count(counter_pushes);
-        set_counter(counter_last_push_time, wall_clock());
+        pushed_since_noted = true;
     }
     return result;
+}
+
+void note_push_time(u32 now)
+{
+    if (pushed_since_noted.exchange(false))
+        set_counter(counter_last_push_time, now);
 }
 
 int get_folk_id(const unsigned char *mac_bytes)
@@ -74,44 +86,43 @@ void add_int(cJSON *object, const char *key, int value)
     add_text(object, key, text);
 }
 
-device_alias get_alias(const device_record &dev)
+json_tree begin_object(const device_record &dev)
 {
+    json_tree object(cJSON_CreateObject());
+    if (object)
+        add_text(object.get(), "endmac", dev.mac);
+    else
+        count(counter_no_memory);
+    return object;
+}
+
+void end_object(cJSON *object, const device_record &dev)
+{
+    add_int(object, "folk_id", get_folk_id(dev.mac_bytes));
+}
+
+json_tree begin_named_object(const device_record &dev, device_alias *alias)
+{
+    json_tree object = begin_object(dev);
+    if (!object)
+        return object;
     constexpr int name_of_mac = 4;
     nos_hostname_cfg host = {};
     host.action = name_of_mac;
     memcpy(host.mac, dev.mac_bytes, sizeof(host.mac));
     nos_hostname_action(&host);
     static_assert(sizeof(host.s_name) == sizeof(device_alias::text), "an alias is a host's short name");
-    device_alias alias;
-    memcpy(alias.text, host.s_name, sizeof(alias.text));
-    alias.text[sizeof(alias.text) - 1] = '\0';
-    return alias;
-}
-
-json_tree begin_push(const device_record &dev, const device_alias *alias)
-{
-    json_tree object(cJSON_CreateObject());
-    if (!object) {
-        count(counter_no_memory);
-        return object;
-    }
-    add_text(object.get(), "endmac", dev.mac);
-    if (alias)
-        add_text(object.get(), "alias", alias->text);
+    memcpy(alias->text, host.s_name, sizeof(alias->text));
+    alias->text[sizeof(alias->text) - 1] = '\0';
+    add_text(object.get(), "alias", alias->text);
     return object;
 }
 
-void end_push(cJSON *object, const device_record &dev)
+heap_text end_and_print(cJSON *object, const device_record &dev)
 {
-    add_int(object, "folk_id", get_folk_id(dev.mac_bytes));
-}
-
-int send_push(push_code code, const cJSON *tree, unsigned long occur_time, heap_text *text)
-{
-    text->reset(cJSON_PrintUnformatted(tree));
-    if (!*text) {
+    end_object(object, dev);
+    heap_text text(cJSON_PrintUnformatted(object));
+    if (!text)
         count(counter_no_memory);
-        return -1;
-    }
-    return my_push(code, text->get(), occur_time);
+    return text;
 }

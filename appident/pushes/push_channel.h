@@ -1,4 +1,4 @@
-// The one way out: push codes, the fields that pushes share, and the hand-over to the router's push service.
+// Sending pushes to the router's push service: the codes, the fields that pushes share, and the one sender.
 //
 // Every value in a push is a JSON string, numbers too. Pushes go out at once on the calling thread; callers hold the lock where
 // they walk records, and nothing here takes it.
@@ -20,8 +20,11 @@ enum push_code : int {
 // The payment pseudo-apps that are never reported as apps.
 bool is_excluded_app(u32 app_id);
 
-// Hands a text over and returns the service's result; the caller keeps the text.
+// Gives the service a text and returns its result; the caller keeps the text.
 int my_push(int type, const char *data, unsigned long occur_time);
+// Shows `now` as the time of the last push among the counters, if one went out since the last call. Each tick calls this, so
+// that a push need not ask the clock.
+void note_push_time(u32 now);
 // The family group of a device, -1 when unknown.
 int get_folk_id(const unsigned char *mac_bytes);
 // The role as pushes show it: 0 when the look-up fails.
@@ -33,17 +36,37 @@ void add_u32(cJSON *object, const char *key, u32 value); // "%u"
 void add_u64(cJSON *object, const char *key, u64 value); // "%llu"
 void add_int(cJSON *object, const char *key, int value); // "%d"
 
+// A new object that begins with "endmac"; null when there is no memory.
+json_tree begin_object(const device_record &dev);
+// Adds "folk_id", always the last key.
+void end_object(cJSON *object, const device_record &dev);
+
 // The display name, at most 32 characters; empty when unknown.
 struct device_alias {
     char text[33];
 };
-device_alias get_alias(const device_record &dev);
 
-// A new object with "endmac", and "alias" where one is given; null when there is no memory.
-json_tree begin_push(const device_record &dev, const device_alias *alias);
-// Adds "folk_id", always the last key.
-void end_push(cJSON *object, const device_record &dev);
-// Prints the tree into *text and sends it. The service's result, or -1 with *text null when it could not be printed.
-int send_push(push_code code, const cJSON *tree, unsigned long occur_time, heap_text *text);
+// The steps of push_object around the fields: the object with "endmac" and "alias", then "folk_id" and the text. Null when
+// there is no memory.
+json_tree begin_named_object(const device_record &dev, device_alias *alias);
+heap_text end_and_print(cJSON *object, const device_record &dev);
+
+// Sends one push of a device: the object, add_fields(object), the text, log(alias, text, result). The service's result; -1,
+// with nothing sent or logged, when there is no memory.
+template <typename adder, typename logger>
+int push_object(push_code code, const device_record &dev, unsigned long occur_time, adder add_fields, logger log)
+{
+    device_alias alias;
+    json_tree object = begin_named_object(dev, &alias);
+    if (!object)
+        return -1;
+    add_fields(object.get());
+    heap_text text = end_and_print(object.get(), dev);
+    if (!text)
+        return -1;
+    int result = my_push(code, text.get(), occur_time);
+    log(alias.text, text.get(), result);
+    return result;
+}
 
 #endif

@@ -21,27 +21,25 @@ struct history_report {
 
 int push_history(const device_record &dev, const history_report &report)
 {
-    device_alias alias = get_alias(dev);
-    json_tree object = begin_push(dev, &alias);
-    if (!object)
-        return -1;
-    add_u32(object.get(), "appid", report.app_id);
-    add_u32(object.get(), "sumtime", report.seconds);
-    add_u64(object.get(), "up_traffic", report.up_bytes);
-    add_u64(object.get(), "down_traffic", report.down_bytes);
-    add_text(object.get(), "ruleid", report.rule_ids);
-    end_push(object.get(), dev);
-    heap_text text;
-    int result = send_push(push_code_history, object.get(), report.occur_time, &text);
-    if (text)
-        url_check_log(
-            0, "[appident] %s -> [1008], app_id = %u, use_time = %us, up_traffic = %llu, down_traffic = %llu\n\t%s, ret = %d",
-            report.reporter, report.app_id, report.seconds, static_cast<unsigned long long>(report.up_bytes),
-            static_cast<unsigned long long>(report.down_bytes), text.get(), result);
-    return result;
+    return push_object(
+        push_code_history, dev, report.occur_time,
+        [&](cJSON *object) {
+            add_u32(object, "appid", report.app_id);
+            add_u32(object, "sumtime", report.seconds);
+            add_u64(object, "up_traffic", report.up_bytes);
+            add_u64(object, "down_traffic", report.down_bytes);
+            add_text(object, "ruleid", report.rule_ids);
+        },
+        [&](const char *, const char *text, int result) {
+            url_check_log(0,
+                          "[appident] %s -> [1008], app_id = %u, use_time = %us, up_traffic = %llu, down_traffic = %llu\n\t%s, "
+                          "ret = %d",
+                          report.reporter, report.app_id, report.seconds, static_cast<unsigned long long>(report.up_bytes),
+                          static_cast<unsigned long long>(report.down_bytes), text, result);
+        });
 }
 
-// The line shows -1 whatever the look-up returned, on purpose: what the technician searches for has always been this text.
+// The line shows -1 whatever the look-up returned: technicians search for this text.
 void log_no_role(const char *reporter, const device_record &dev)
 {
     url_check_log(0, "[appident] ERROR %s -> [1008] get_device_role failed...MAC: %s, role = %d", reporter, dev.mac, -1);
@@ -64,7 +62,8 @@ int push_history_time_axis_sumtime(device_record *dev, app_ident_record *app)
     static constexpr const char *reporter = "push_history_time_axis_sumtime";
     if (!dev || !app || is_excluded_app(app->app_id))
         return -1;
-    // Role 0 is reported, on purpose: the gate is laxer than the delayed report's.
+    // Role 0 is reported, unlike by the delayed report: a device that just lost its role still gets the end of its sessions
+    // told.
     if (get_device_role(dev->mac) < 0) {
         log_no_role(reporter, *dev);
         return -1;
@@ -86,8 +85,8 @@ int push_delay_history_time(device_record *dev)
     }
     if (dev->delay_push_period_time == 0 || dev->delay_push_appid == 0)
         return -1;
-    // The copy keeps no rule list; a fixed text stands in its place, on purpose. No minute is taken off: that was done when the
-    // report was armed.
+    // The copy keeps no rule list, and receivers expect some text: a fixed one stands in its place. No minute is taken off
+    // here: that was done when the report was armed.
     int result =
         push_history(*dev, {reporter, dev->delay_push_appid, dev->delay_push_period_time * 60, dev->delay_push_up_bytes,
                             dev->delay_push_down_bytes, "123456", dev->delay_push_accur_time});

@@ -1,6 +1,5 @@
 #include "appident/pushes/push_presence.h"
 
-#include "appident/model/bounded_text.h"
 #include "appident/model/session_time.h"
 #include "appident/pushes/push_channel.h"
 #include "appident/router/device_service.h"
@@ -12,11 +11,12 @@
 
 namespace {
 
+// Characters of the report of apps in use, with its terminator.
 constexpr size_t using_text_size = 4096;
 
 json_tree presence_object(const device_record &dev, int role, const app_ident_record &app, const char *status)
 {
-    json_tree object = begin_push(dev, nullptr);
+    json_tree object = begin_object(dev);
     if (!object)
         return object;
     add_u32(object.get(), "role", static_cast<u32>(role));
@@ -25,7 +25,7 @@ json_tree presence_object(const device_record &dev, int role, const app_ident_re
     add_u32(object.get(), "endtime", app.time_axis_end_time);
     add_u32(object.get(), "sumtime", counted_minutes(app.time_axis_period_time));
     add_text(object.get(), "status", status);
-    end_push(object.get(), dev);
+    end_object(object.get(), dev);
     return object;
 }
 
@@ -36,7 +36,7 @@ heap_text presence_array(const device_record &dev, int role, const app_ident_rec
     json_tree object = presence_object(dev, role, app, status);
     if (!array || !object || !cJSON_AddItemToArray(array.get(), object.get()))
         return nullptr;
-    (void)object.release(); // the array's now
+    (void)object.release(); // the array owns it
     return heap_text(cJSON_PrintUnformatted(array.get()));
 }
 
@@ -61,30 +61,32 @@ int push_change(const presence_change &change, const device_record &dev, int slo
     return 0;
 }
 
-// An object and its comma, or neither.
-bool append_object(bounded_text &list, const char *object)
-{
-    size_t before = list.used;
-    if (append_whole(list, object) && append_whole(list, ","))
-        return true;
-    list.used = before;
-    list.text[before] = '\0';
-    return false;
-}
+// The report of apps in use while it grows.
+struct using_report {
+    json_tree objects;
+    size_t length; // of the array's text so far, with the opening bracket and a comma behind each object
+    bool full;     // an object did not fit: none is added any more
+    bool in_use;   // an app is in use, also one without a counted minute
+};
 
-// Adds the device's apps in use. The flag is raised for each of them, also for those without a counted minute.
-void append_using_apps(bounded_text &list, const device_record &dev, int role, bool *using_flag)
+void append_using_apps(using_report &report, const device_record &dev, int role)
 {
     for (const app_ident_record &app : dev.apps) {
         if (app.time_axis_app_state != APP_USING)
             continue;
-        *using_flag = true;
-        if (counted_minutes(app.time_axis_period_time) == 0 || list.full)
+        report.in_use = true;
+        if (counted_minutes(app.time_axis_period_time) == 0 || report.full)
             continue;
         json_tree object = presence_object(dev, role, app, "using");
         heap_text text(object ? cJSON_PrintUnformatted(object.get()) : nullptr);
-        if (text)
-            append_object(list, text.get());
+        if (!text)
+            continue;
+        size_t length = report.length + strlen(text.get()) + 1;
+        report.full = length >= using_text_size;
+        if (report.full || !cJSON_AddItemToArray(report.objects.get(), object.get()))
+            continue;
+        (void)object.release(); // the array owns it
+        report.length = length;
     }
 }
 
@@ -102,9 +104,7 @@ int push_offline_app(const device_record &dev, int j)
 
 int push_using_app(void)
 {
-    char dev_array[using_text_size - 1]; // the brackets replace the last comma and need one character more
-    bounded_text list = make_bounded_text(dev_array, sizeof(dev_array));
-    bool using_flag = false;
+    using_report report = {json_tree(cJSON_CreateArray()), 1, false, false};
     list_for_each(node, &device_apps_head) {
         const device_record &dev = *device_of(node);
         int role = get_device_role(dev.mac);
@@ -113,26 +113,21 @@ int push_using_app(void)
             continue;
         }
         if (dev.device_state != device_listed)
-            append_using_apps(list, dev, role, &using_flag);
+            append_using_apps(report, dev, role);
     }
-    if (!using_flag) {
+    if (!report.in_use) {
         url_check_log(0, "[appident] push_using_app:  no device is using_app");
         return 0;
     }
-    if (list.used == 0) {
+    if (report.length == 1) {
         url_check_log(0, "[appident] push_using_app:  sumtime=0 don`t push");
         return 0;
     }
-    drop_last_character(list);
-    heap_text text(static_cast<char *>(malloc(using_text_size)));
+    heap_text text(cJSON_PrintUnformatted(report.objects.get()));
     if (!text) {
         count(counter_no_memory);
         return 0;
     }
-    bounded_text array = make_bounded_text(text.get(), using_text_size);
-    append_whole(array, "[");
-    append_whole(array, list.text);
-    append_whole(array, "]");
     url_check_log(0, "[appident] push_using_app: %s", text.get());
     my_push(push_code_presence, text.get(), 0);
     return 0;
@@ -146,7 +141,7 @@ int notify_app_status(device_record *dev, app_ident_record *app, int status)
     info.app_id = app->app_id;
     info.app_status = static_cast<char>(status);
     memcpy(info.mac, dev->mac_bytes, sizeof(info.mac));
-    // For an ended session the stamp is its length in seconds, on purpose, not a point in time.
+    // For an ended session the stamp is its length in seconds, not a point in time: its receivers rely on that.
     u32 stamp = status == app_status_ended     ? counted_seconds(app->time_axis_period_time)
                 : status == app_status_started ? app->start_time
                                                : wall_clock();

@@ -2,6 +2,7 @@
 
 #include "appident/model/records.h"
 #include "appident/pushes/push_alerts.h"
+#include "appident/pushes/push_channel.h"
 #include "appident/pushes/push_history.h"
 #include "appident/pushes/push_presence.h"
 #include "appident/settings/use_time_limits.h"
@@ -138,6 +139,7 @@ void run_tick(tick_state &state)
     close_silent_sessions(at);
     refresh_catalogue(state, now);
     report_and_check_clock(state, now);
+    note_push_time(now);
     count(counter_ticks);
     show_counters();
 }

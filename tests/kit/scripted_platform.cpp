@@ -126,6 +126,8 @@ int call_cgi(const char *path, const char *query, char **answer)
         static std::mutex noting; // several threads ask, without the daemon's lock
         std::lock_guard<std::mutex> held(noting);
         platform.calls.push_back(asked);
+        if (lock_is_held())
+            platform.locked.push_back(asked);
     }
     std::string text = device_list(path, query != nullptr ? query : "");
     for (const std::string &key : {std::string(path), asked})
@@ -147,6 +149,8 @@ int get_config_path(char *buf, int size)
 int save_param(void)
 {
     __atomic_add_fetch(&platform.saved, 1, __ATOMIC_RELAXED);
+    if (lock_is_held())
+        platform.locked.push_back("save_param");
     return 0;
 }
 
@@ -164,6 +168,7 @@ struct cJSON *json_load_buffer(const char *text)
 
 int nos_hostname_action(struct nos_hostname_cfg *cfg)
 {
+    ++platform.named;
     home_device *known = known_device(cfg->mac);
     if (known == nullptr || cfg->key != 0 || cfg->action != 4) // to look up by MAC
         return -1;

@@ -40,7 +40,9 @@ struct scripted_platform {
     // The record.
     std::vector<std::string> outgoing;
     std::vector<std::string> calls;
-    int saved = 0; // calls of save_param
+    int saved = 0;                   // calls of save_param
+    int named = 0;                   // calls of nos_hostname_action
+    std::vector<std::string> locked; // of these services, what was called while device_apps_mtx was held
 
     home_device &device(const std::string &mac); // the one with that MAC, made when missing
 };

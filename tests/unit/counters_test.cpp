@@ -85,7 +85,14 @@ TEST_F(counters, count_what_their_names_say)
              my_push(1023, "[]", 0);
              platform.failing = {};
          }},
-        {"last_push_time", "last push", [&] { set_clock(evening + 9), my_push(1023, "[]", 0); }},
+        {"last_push_time", "last push",
+         [&] {
+             u32 before = counted("last_push_time");
+             my_push(1023, "[]", 0);
+             EXPECT_EQ(counted("last_push_time"), before) << "a push does not ask the clock";
+             set_clock(evening + 9);
+             tick();
+         }},
         {"no_memory", "allocations", nullptr},
         {"ticks", "passes", [&] { tick(); }},
     };

@@ -237,6 +237,19 @@ TEST_F(limits_test, eyes_rest_once_per_period_of_a_session)
     EXPECT_EQ(push_eye_protection_alert(dev, 0, &dev->apps[0]), -1);
 }
 
+TEST_F(limits_test, a_push_that_cannot_be_made_asks_for_no_name)
+{
+    limit(0, 5, 30, 8);
+    app_ident_record *app = use(8, APP_USING, 0, 31);
+    platform.named = 0;
+    cJSON_Hooks none = {[](size_t) -> void * { return nullptr; }, free};
+    cJSON_InitHooks(&none);
+    EXPECT_EQ(push_eye_protection_alert(dev, 0, app), 0);
+    cJSON_InitHooks(nullptr);
+    EXPECT_EQ(platform.named, 0);
+    EXPECT_EQ(sent(), lines{});
+}
+
 TEST_F(limits_test, the_daydayup_alert_and_why_not)
 {
     limit(0, 2, 60, 7);
