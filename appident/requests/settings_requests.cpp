@@ -65,7 +65,7 @@ int set_device_app_list_use_time(const char *mac_str, char *buff, unsigned int *
 
 int get_device_app_list_use_time_json(const char *mac_str, char *buff, unsigned int *buff_len)
 {
-    if (!mac_str || !buff || !buff_len || *buff_len == 0 || get_device_role(mac_str) != 1)
+    if (!mac_str || !buff || !buff_len || get_device_role(mac_str) != 1)
         return -1;
     cJSON *loaded = nullptr;
     if (load_config(mac_str, &loaded) != 0) {
@@ -84,8 +84,10 @@ int get_device_app_list_use_time_json(const char *mac_str, char *buff, unsigned 
     heap_text text(cJSON_PrintUnformatted(answer.get()));
     if (!text)
         return -1;
-    // One character less than the capacity allows, on purpose: the web interface knows it this way.
-    snprintf(buff, *buff_len - 1, "%s", text.get());
+    // One character less than the capacity allows: the web interface sizes its buffer for that. A capacity of 0 asks for the
+    // length.
+    if (*buff_len > 0)
+        snprintf(buff, *buff_len - 1, "%s", text.get());
     *buff_len = static_cast<unsigned int>(strlen(text.get()));
     return 0;
 }
@@ -104,11 +106,22 @@ mac_copy mac_of(const appident_payment_notify_st &switches)
     return mac;
 }
 
-int save_switches(const char *mac_str, const appident_payment_notify_st &wanted)
+// Holds the lock while it changes the file and the record, and not while the platform's services work: the periodic pass and
+// the traffic would wait for them. A failure is not reported: the web interface shows what is stored when it asks next.
+void save_switches(const char *mac_str, const appident_payment_notify_st &wanted)
 {
-    return save_device_pay_config(mac_str, static_cast<int>(wanted.enable), static_cast<int>(wanted.weixin),
-                                  static_cast<int>(wanted.alipay), static_cast<int>(wanted.qqpay),
-                                  static_cast<int>(wanted.applepay));
+    if (keeps_no_settings(mac_str))
+        return;
+    bool to_commit = false;
+    {
+        mutex_guard lock(device_apps_mtx);
+        to_commit =
+            store_pay_config(mac_str, static_cast<int>(wanted.enable), static_cast<int>(wanted.weixin),
+                             static_cast<int>(wanted.alipay), static_cast<int>(wanted.qqpay), static_cast<int>(wanted.applepay))
+                .to_commit;
+    }
+    if (to_commit)
+        save_param();
 }
 
 void switch_all(appident_payment_notify_st *switches, u32 value)
@@ -150,9 +163,7 @@ int set_payment_config(appident_payment_notify_st *switches, unsigned int action
         switch_all(&wanted, 0);
     else if (action != action_store && action != action_store_too)
         return 0;
-    mac_copy mac = mac_of(wanted);
-    mutex_guard lock(device_apps_mtx);
-    save_switches(mac.text, wanted); // a failure is not told to the household, on purpose
+    save_switches(mac_of(wanted).text, wanted);
     return 0;
 }
 
@@ -161,7 +172,6 @@ int get_payment_config(appident_payment_notify_st *switches, unsigned int num)
     if (!switches || num != 1)
         return -1;
     mac_copy mac = mac_of(*switches);
-    mutex_guard lock(device_apps_mtx);
     cJSON *loaded = nullptr;
     if (load_config(mac.text, &loaded) != 0)
         return -1;

@@ -1,4 +1,5 @@
-// Requests 11 to 14: use-time limits and payment switches, stored and read. Each takes the lock itself. 0, or -1 on failure.
+// Requests 11 to 14: use-time limits and payment switches, stored and read. Each takes the lock itself where it needs it. 0, or
+// -1 on failure.
 #ifndef APPIDENT_REQUESTS_SETTINGS_REQUESTS_H
 #define APPIDENT_REQUESTS_SETTINGS_REQUESTS_H
 

@@ -17,10 +17,19 @@ bool make_config_path(const char *mac_str, config_path *path)
     if (get_config_path(path->text, sizeof(path->text) - 1) != 0)
         return false;
     size_t used = strnlen(path->text, sizeof(path->text) - 1);
-    size_t room = sizeof(path->text) - used;
-    int added = snprintf(path->text + used, room, "%s.config", mac_str);
-    return added > 0 && static_cast<size_t>(added) < room;
+    size_t left = sizeof(path->text) - used;
+    int added = snprintf(path->text + used, left, "%s.config", mac_str);
+    return added > 0 && static_cast<size_t>(added) < left;
 }
+
+namespace {
+
+void log_config_path(const config_path &path)
+{
+    url_check_log(0, "[app_ident] load_config -> cfg_path: %s", path.text);
+}
+
+} // namespace
 
 bool config_is_of(const cJSON *root, const char *mac_str)
 {
@@ -51,7 +60,8 @@ bool write_flushed(const char *path, const char *text)
     return file.get() >= 0 && write_all(file.get(), text) && fsync(file.get()) == 0 && close(file.release()) == 0;
 }
 
-// Makes a rename last. A failure is not told: the new text is in place, and only a power cut could bring back the old one.
+// Makes a rename survive a power cut. A failure is not reported: the new text is in place, and only a power cut could bring
+// back the old one.
 void flush_directory_of(const char *path)
 {
     config_path directory = {};
@@ -90,7 +100,7 @@ int load_config(const char *mac_str, cJSON **config_root)
     config_path path;
     if (!make_config_path(mac_str, &path))
         return -1;
-    url_check_log(0, "[app_ident] load_config -> cfg_path: %s", path.text);
+    log_config_path(path);
     *config_root = json_load_file(path.text);
     return *config_root ? 0 : -1;
 }
@@ -125,16 +135,12 @@ cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
                                                                           : nullptr;
 }
 
-// The stored tree only refers to the new limit, which must outlive it. False when there is no memory.
-bool place_limit(cJSON *root, cJSON *new_limits, cJSON *limit)
+// Merges one limit into the stored ones: it goes to the end, in place of the first of its class. Only a reference is stored, so
+// the new tree must outlive the stored one. False when there is no memory.
+bool merge_limit(cJSON *stored, cJSON *limit)
 {
-    cJSON *stored = array_member(root, "data");
-    if (!stored) {
-        url_check_log(0, "[app_ident] update_config -> error 4, add------->data");
-        return put_member(root, "data", cJSON_CreateArrayReference(new_limits->child));
-    }
-    // An empty list stays empty, on purpose: the file is rewritten unchanged.
-    if (cJSON_GetArraySize(stored) == 0)
+    // An empty list stays empty: it stands for a device whose limits were all taken away, and only a new file brings them back.
+    if (!stored->child)
         return true;
     cJSON *replaced = limit_of_same_class(stored, limit);
     if (!cJSON_AddItemReferenceToArray(stored, limit))
@@ -144,7 +150,38 @@ bool place_limit(cJSON *root, cJSON *new_limits, cJSON *limit)
     return true;
 }
 
-int merge_limit(const char *mac_str, const char *path, cJSON *new_limits, cJSON *limit)
+// Merges all new limits into the stored tree. False when there is no memory.
+bool merge_limits(cJSON *root, const cJSON *new_limits)
+{
+    cJSON *stored = array_member(root, "data");
+    cJSON *first = new_limits->child;
+    if (!stored) {
+        url_check_log(0, "[app_ident] update_config -> error 4, add------->data");
+        // All of them at once, as a copy: those after the first are then merged into it as into any list.
+        stored = cJSON_Duplicate(new_limits, true);
+        if (!put_member(root, "data", stored))
+            return false;
+        first = first->next;
+    }
+    for (cJSON *limit = first; limit; limit = limit->next) {
+        if (!merge_limit(stored, limit))
+            return false;
+    }
+    return true;
+}
+
+// The lines of a file that was written once for each limit, which readers of the log count.
+void log_merged(const char *mac_str, int limits)
+{
+    config_path path;
+    for (int i = 0; i < limits; ++i) {
+        if (i > 0 && make_config_path(mac_str, &path))
+            log_config_path(path);
+        url_check_log(0, "[app_ident] update_config %s -> ok!", mac_str);
+    }
+}
+
+int store_merged(const char *mac_str, const char *path, const cJSON *new_limits)
 {
     cJSON *loaded = nullptr;
     if (load_config(mac_str, &loaded) != 0) {
@@ -156,16 +193,17 @@ int merge_limit(const char *mac_str, const char *path, cJSON *new_limits, cJSON 
         url_check_log(0, "[app_ident] update_config -> error 3");
         return -1;
     }
-    if (!place_limit(root.get(), new_limits, limit))
+    if (!merge_limits(root.get(), new_limits))
         return -1;
     heap_text text(cJSON_PrintUnformatted(root.get()));
     if (!text)
-        return 0; // the next limit may still be stored
+        return -1;
+    // One write for all of them: a kill leaves the old classes or the new ones, never some of each.
     if (write_config_file(path, text.get()) != 0) {
         url_check_log(0, "[app_ident] update_config -> fopen error");
         return -1;
     }
-    url_check_log(0, "[app_ident] update_config %s -> ok!", mac_str);
+    log_merged(mac_str, cJSON_GetArraySize(new_limits));
     return 0;
 }
 
@@ -194,10 +232,5 @@ int update_config(const char *mac_str, const char *config, const char *path)
         url_check_log(0, "[app_ident] update_config -> new_num[%d] error", num);
         return -1;
     }
-    cJSON *limit = nullptr;
-    cJSON_ArrayForEach(limit, limits) {
-        if (merge_limit(mac_str, path, limits, limit) != 0)
-            return -1;
-    }
-    return 0;
+    return store_merged(mac_str, path, limits);
 }

@@ -21,7 +21,7 @@ int write_config_file(const char *path, const char *text);
 
 // The parsed file, null on every failure. Does not check "device".
 int load_config(const char *mac_str, cJSON **config_root);
-// Merges the limits of a text that holds "device" and "data" into the existing file, one class after the other.
+// Merges the limits of a text that holds "device" and "data" into the existing file, in one write.
 int update_config(const char *mac_str, const char *config, const char *path);
 // The first limit object of that class in a "data" list, null for none.
 cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted);

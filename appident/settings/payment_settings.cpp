@@ -51,7 +51,7 @@ void apply_stored(device_record *dev, const cJSON *payment)
     for (int slot = 0; slot < payment_types; ++slot) {
         const payment_type_row &type = payment_type_rows[slot];
         if (type.app_id == APPLE_PAY)
-            set_slot(dev, slot, 1); // always on, on purpose: its stored switch is only shown to the household
+            set_slot(dev, slot, 1); // always on: its stored switch is only for the household to see, and nothing alerts for it
         else if (number_member(payment, type.config_key, UINT8_MAX, &value))
             set_slot(dev, slot, static_cast<uint8_t>(value));
     }
@@ -128,27 +128,38 @@ int update_device_pay_config(const char *mac_str, int enable, int weixin, int al
     return 0;
 }
 
+bool keeps_no_settings(const char *mac_str)
+{
+    if (get_device_role(mac_str) != 0)
+        return false;
+    url_check_log(0, "[main] %s  save_device_pay_config -> rolo=0 dont save_config and load_device_config ", mac_str);
+    return true;
+}
+
+pay_stored store_pay_config(const char *mac_str, int enable, int weixin, int alipay, int qqpay, int applepay)
+{
+    config_path path;
+    if (!make_config_path(mac_str, &path))
+        return {-1, false};
+    url_check_log(0, "[app_ident] save_device_pay_config %s -> cfg_path: %s", mac_str, path.text);
+    url_check_log(0, "[app_ident] save_device_pay_config weixin:%d, alipay:%d, qqpay:%d, applepay:%d", weixin, alipay, qqpay,
+                  applepay);
+    if (access(path.text, F_OK) == 0)
+        return {update_device_pay_config(mac_str, enable, weixin, alipay, qqpay, applepay, path.text), true};
+    bool created = create_pay_config(mac_str, path.text, {enable, {weixin, alipay, qqpay, applepay}}) == 0;
+    return {created ? 0 : -1, created};
+}
+
 int save_device_pay_config(const char *mac_str, int enable, int weixin, int alipay, int qqpay, int applepay)
 {
     if (!mac_str)
         return -1;
-    if (get_device_role(mac_str) == 0) {
-        url_check_log(0, "[main] %s  save_device_pay_config -> rolo=0 dont save_config and load_device_config ", mac_str);
+    if (keeps_no_settings(mac_str))
         return 0;
-    }
-    config_path path;
-    if (!make_config_path(mac_str, &path))
-        return -1;
-    url_check_log(0, "[app_ident] save_device_pay_config %s -> cfg_path: %s", mac_str, path.text);
-    url_check_log(0, "[app_ident] save_device_pay_config weixin:%d, alipay:%d, qqpay:%d, applepay:%d", weixin, alipay, qqpay,
-                  applepay);
-    int result = 0;
-    if (access(path.text, F_OK) == 0)
-        result = update_device_pay_config(mac_str, enable, weixin, alipay, qqpay, applepay, path.text);
-    else if (create_pay_config(mac_str, path.text, {enable, {weixin, alipay, qqpay, applepay}}) != 0)
-        return -1;
-    save_param();
-    return result;
+    pay_stored stored = store_pay_config(mac_str, enable, weixin, alipay, qqpay, applepay);
+    if (stored.to_commit)
+        save_param();
+    return stored.result;
 }
 
 int load_device_pay_config(device_record *dev)

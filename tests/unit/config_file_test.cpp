@@ -76,6 +76,22 @@ TEST_F(config_file_test, limits_are_merged_class_by_class)
     EXPECT_FALSE(lock_is_held());
 }
 
+TEST_F(config_file_test, the_classes_of_a_request_are_one_write)
+{
+    know(tablet);
+    store(json("{'device':'@','data':[{'class_type':2},{'class_type':9}]}"));
+    logged();
+    flushes = 0;
+    EXPECT_EQ(save_config(tablet.mac, json("{'device':'@','data':[{'class_type':1},{'class_type':2},{'n':3}]}").c_str()), 0);
+    EXPECT_EQ(flushes, 2) << "the file and its directory";
+    EXPECT_EQ(stored(), json("{'device':'@','data':[{'class_type':9},{'class_type':1},{'class_type':2},{'n':3}]}"));
+    lines log = logged();
+    std::string path = "[app_ident] load_config -> cfg_path: " + config_file(), ok = json("[app_ident] update_config @ -> ok!");
+    ASSERT_GE(log.size(), 6u);
+    log.resize(6);
+    EXPECT_EQ(log, (lines{path, ok, path, ok, path, ok})) << "as if each class had been stored by itself";
+}
+
 TEST_F(config_file_test, a_path_that_cannot_be_is_refused)
 {
     platform.config_dir = directory + "/in/";

@@ -144,7 +144,7 @@ TEST_F(requests, limits_are_stored_applied_and_shown)
     // The terminator and one character more stay free.
     EXPECT_EQ(ask(12, tablet.mac, 20), head + answer.substr(0, 18));
     EXPECT_EQ(ask(12, tablet.mac, 1), head);
-    EXPECT_EQ(ask(12, tablet.mac, 0), "-1 0 ");
+    EXPECT_EQ(ask(12, tablet.mac, 0), head) << "asks for the length";
 
     EXPECT_EQ(set_limits("{'device':'x','data':[{}]}"), -1);
     EXPECT_EQ(set_limits(""), -1);
@@ -174,6 +174,7 @@ TEST_F(requests, a_device_of_role_0_is_let_go)
 TEST_F(requests, payment_switches)
 {
     arrive(tablet)->device_state = device_active;
+    platform.locked = {};
     auto file = [](const std::string &switches) { return json("{'device':'@','payment':{" + switches + "}}"); };
     appident_payment_notify_st some{"02-00-00-00-00-0A", 1, 0, 1, 0, 1};
     for (unsigned long ignored : {0ul, 4ul, 9ul})
@@ -192,6 +193,12 @@ TEST_F(requests, payment_switches)
     EXPECT_EQ(stored(), file("'enable':0,'weixin':0,'alipay':0,'qqpay':0,'applepay':0"));
     EXPECT_EQ(record(tablet)->payment_onoff, 0);
     EXPECT_EQ(some.enable, 1u);
+    {
+        mutex_guard busy(device_apps_mtx);
+        EXPECT_EQ(cgi_event_handler(14, &some, reinterpret_cast<void *>(1ul), nullptr), 0) << "reading waits for nobody";
+        EXPECT_EQ(some.enable, 0u);
+    }
+    EXPECT_EQ(platform.locked, lines{}) << "no service was asked with the lock held";
 
     const std::pair<std::string, const char *> files[] = {
         {file("'enable':1,'weixin':1,'alipay':1,'qqpay':0"), "11100"}, // Apple Pay as QQ Pay
