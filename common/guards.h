@@ -1,4 +1,4 @@
-// Scope guards: whoever holds one owns the thing and gives it back on every way out.
+// Scope guards: who holds one owns the thing, and it is released on every way out of the scope.
 #ifndef COMMON_GUARDS_H
 #define COMMON_GUARDS_H
 
@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-// For std::unique_ptr: the thing goes back through a function of the library that it came from.
+// For std::unique_ptr: releases the thing with a function of the library that it came from.
 template <auto release> struct released_by {
     template <typename type> void operator()(type *thing) const { release(thing); }
 };

@@ -7,7 +7,7 @@
 struct payment_type_row {
     PAYMENT_TYPE app_id;
     const char *config_key; // switch in the configuration file
-    u32 pay_code;           // what the push service calls it; not the order of the app ids, on purpose
+    u32 pay_code;           // the push service's own number for it
 };
 
 inline constexpr payment_type_row payment_type_rows[payment_types] = {

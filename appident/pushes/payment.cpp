@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr u32 rule_lifetime = 30;  // seconds a rule hit waits for its companions
-constexpr u32 quiet_time = 20;     // seconds after an alert in which payments of that type are swallowed
+constexpr u32 rule_lifetime = 30;  // seconds for which a rule hit counts
+constexpr u32 quiet_time = 20;     // seconds after an alert without another one of that type
 constexpr u32 two_step_window = 5; // seconds from the first rule of a pair to the second
 constexpr size_t rule_text_size = 1024;
 
@@ -21,7 +21,7 @@ constexpr bool is_major_rule(u32 rule_id)
     return (rule_id & 0x1000000u) != 0;
 }
 
-// How many rule hits the payment takes that a major rule stands for.
+// How many rule hits make the payment that a major rule belongs to.
 constexpr u32 hits_needed(u32 rule_id)
 {
     return (rule_id >> 16) & 0xFFu;
@@ -29,7 +29,7 @@ constexpr u32 hits_needed(u32 rule_id)
 
 struct payment_evidence {
     u32 count;
-    u32 needed; // as the first major rule that names a number says; 0 for none
+    u32 needed; // of the first major rule that has such a number; 0 when none has
     bool assist;
     char rules[rule_text_size]; // "1,2,3", oldest first
 };
@@ -91,7 +91,7 @@ void send_pay_alert(const device_record *dev, const payment_set &set, const char
         });
 }
 
-void judge_set(const device_record *dev, payment_set &set)
+void check_set(const device_record *dev, payment_set &set)
 {
     if (set.app_id == WECHAT_PAY && wechatPay_push_flag == 0)
         return;
@@ -109,7 +109,7 @@ void judge_set(const device_record *dev, payment_set &set)
     clear_payment_rule_list(&set.pay_rule_list_head);
 }
 
-// A purchase that shows as two rules in a row. A second rule without a first compares against 0 and is too late.
+// A purchase is seen as two rules, one after the other. Without the first rule the stamp is 0, and the second comes too late.
 struct two_step_rules {
     u32 first;
     u32 second;
@@ -117,7 +117,7 @@ struct two_step_rules {
 constexpr two_step_rules app_store_rules = {303001, 303002};
 constexpr two_step_rules red_packet_rules = {304001, 304002};
 
-void follow_two_steps(const two_step_rules &rules, u32 &stamp, device_record *dev, u32 appid, u32 ruleid)
+void check_two_steps(const two_step_rules &rules, u32 &stamp, device_record *dev, u32 appid, u32 ruleid)
 {
     if (ruleid == rules.first)
         stamp = wall_clock();
@@ -169,7 +169,7 @@ void App_store_pay(device_record *dev, u32 appid, u32 ruleid)
 {
     if (ruleid == app_store_rules.first || ruleid == app_store_rules.second)
         url_check_log(0, "[appident] App_store_pay hit:%d", static_cast<int>(ruleid));
-    follow_two_steps(app_store_rules, App_store_pay_time, dev, appid, ruleid);
+    check_two_steps(app_store_rules, App_store_pay_time, dev, appid, ruleid);
 }
 
 void weChat_red_pay(device_record *dev, u32 appid, u32 ruleid)
@@ -177,7 +177,7 @@ void weChat_red_pay(device_record *dev, u32 appid, u32 ruleid)
     // The first step is not logged: readers of the log expect one line for each red packet.
     if (ruleid == red_packet_rules.second)
         url_check_log(0, "[appident] weChat_red_pay hit:%d", static_cast<int>(ruleid));
-    follow_two_steps(red_packet_rules, weChat_red_pay_time, dev, appid, ruleid);
+    check_two_steps(red_packet_rules, weChat_red_pay_time, dev, appid, ruleid);
 }
 
 int clear_timeout_payment_rules(device_record *dev)
@@ -205,6 +205,6 @@ int push_pay_alert(device_record *dev)
         return 0;
     clear_timeout_payment_rules(dev);
     for (payment_set &set : dev->pay_sets)
-        judge_set(dev, set);
+        check_set(dev, set);
     return 0;
 }

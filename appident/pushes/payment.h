@@ -13,7 +13,7 @@ void App_store_pay(device_record *dev, u32 appid, u32 ruleid);
 void weChat_red_pay(device_record *dev, u32 appid, u32 ruleid);
 // Drops rule hits older than 30 seconds. Returns 0.
 int clear_timeout_payment_rules(device_record *dev);
-// Judges each set and pushes what is due. Returns 0.
+// Decides for each set whether its rule hits are a payment, and pushes what is due. Returns 0.
 int push_pay_alert(device_record *dev);
 
 #endif

@@ -10,7 +10,7 @@
 int app_in_limit_array(u32 app_id, use_time_limit *utl);
 // Every alert that is due for the device, payments first. Always -1.
 int push_app_alert(device_record *dev);
-// Sets the classes' counters to what usage so far stands for, pushing nothing. Always -1.
+// Sets the classes' counters as if the alerts for the use so far had been sent, and pushes nothing. Always -1.
 int pre_push_app_alert(device_record *dev);
 // -1 refused, 0 otherwise; sum_time in minutes.
 int push_addiction_alert(device_record *dev, int class_type_idx, u32 sum_time);

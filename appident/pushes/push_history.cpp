@@ -62,8 +62,8 @@ int push_history_time_axis_sumtime(device_record *dev, app_ident_record *app)
     static constexpr const char *reporter = "push_history_time_axis_sumtime";
     if (!dev || !app || is_excluded_app(app->app_id))
         return -1;
-    // Role 0 is reported, unlike by the delayed report: a device that just lost its role still gets the end of its sessions
-    // told.
+    // Role 0 is reported, unlike by the delayed report: when a device has lost its role, its last sessions are still
+    // reported.
     if (get_device_role(dev->mac) < 0) {
         log_no_role(reporter, *dev);
         return -1;

@@ -40,7 +40,7 @@ heap_text presence_array(const device_record &dev, int role, const app_ident_rec
     return heap_text(cJSON_PrintUnformatted(array.get()));
 }
 
-// An app coming into use or going out of it; the two are alike but for their words in the push and in the log.
+// An app comes into use or goes out of it. The pushes and log lines of the two differ in these words only.
 struct presence_change {
     const char *reporter;
     const char *status;

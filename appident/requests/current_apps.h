@@ -1,6 +1,6 @@
 // Requests 6 to 9: the apps in use now, on one device or a list of devices.
 //
-// Each takes the lock for the whole walk. A text longer than the buffer is cut while *buff_len tells its full length.
+// Each takes the lock for the whole walk. A text longer than the buffer is cut while *buff_len is its full length.
 #ifndef APPIDENT_REQUESTS_CURRENT_APPS_H
 #define APPIDENT_REQUESTS_CURRENT_APPS_H
 

@@ -34,7 +34,7 @@ int save_config(const char *mac_str, const char *config)
             return -1;
         }
     }
-    // Also after a merge that was refused: the device is known to the household.
+    // Also after a merge that was refused: somebody sets limits for the device, so it is to be tracked.
     add_device_record_to_tail(mac_str);
     save_param();
     return result;

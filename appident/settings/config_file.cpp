@@ -79,7 +79,8 @@ void flush_directory_of(const char *path)
 
 int write_config_file(const char *path, const char *text)
 {
-    // One name for all writers, who exclude each other by the lock: what a kill leaves behind is overwritten by the next save.
+    // One name for all writers, of which the lock lets one work at a time: what a kill leaves behind is overwritten by the next
+    // save.
     char beside[sizeof(config_path::text) + sizeof(".new")];
     int length = snprintf(beside, sizeof(beside), "%s.new", path);
     if (length < 0 || static_cast<size_t>(length) >= sizeof(beside))
@@ -170,7 +171,7 @@ bool merge_limits(cJSON *root, const cJSON *new_limits)
     return true;
 }
 
-// The lines of a file that was written once for each limit, which readers of the log count.
+// A line for each limit, and a path before each, as if each had been written by itself: technicians and tools look for them.
 void log_merged(const char *mac_str, int limits)
 {
     config_path path;

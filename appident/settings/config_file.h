@@ -1,8 +1,8 @@
 // The per-device configuration file: where it is, and how it is read, merged and replaced.
 //
-// A file is replaced whole (written beside, flushed, renamed over), so a reader finds the old or the new text. Whoever reads a
-// file to write it back holds the lock in between, so that no other change is lost. Trees are the caller's. All return 0 on
-// success, -1 on failure.
+// A file is replaced whole (written to a second file, flushed, renamed over it), so a reader finds the old or the new text.
+// Whoever reads a file to write it back holds the lock in between, so that no other change is lost. Trees are the caller's. All
+// return 0 on success, -1 on failure.
 #ifndef APPIDENT_SETTINGS_CONFIG_FILE_H
 #define APPIDENT_SETTINGS_CONFIG_FILE_H
 
@@ -16,7 +16,8 @@ struct config_path {
 bool make_config_path(const char *mac_str, config_path *path);
 // The stored "device" equals the MAC text.
 bool config_is_of(const cJSON *root, const char *mac_str);
-// Writes the text in place of the file. The old or the new text survives any interruption. -1 up to the rename.
+// Writes the text in place of the file. After any interruption the file holds the old or the new text. -1 when a step up to the
+// rename failed.
 int write_config_file(const char *path, const char *text);
 
 // The parsed file, null on every failure. Does not check "device".

@@ -32,7 +32,7 @@ inline bool number_member(const cJSON *object, const char *key, u32 limit, u32 *
     return read_number(cJSON_GetObjectItem(object, key), limit, value);
 }
 
-// Takes out every member of that name.
+// Removes every member of that name.
 inline void drop_member(cJSON *object, const char *key)
 {
     while (cJSON_GetObjectItem(object, key))

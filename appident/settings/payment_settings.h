@@ -9,8 +9,8 @@
 int load_device_pay_config(device_record *dev);
 // Creates or merges the switches, each 0 or 1. 0 with nothing stored for a device of role 0; -1 on failure.
 int save_device_pay_config(const char *mac_str, int enable, int weixin, int alipay, int qqpay, int applepay);
-// The two steps of it for who must not hold the lock across the platform's services. First, without the lock: true, with a log
-// line, for a device of role 0, which keeps no settings.
+// The two steps of save_device_pay_config, for a caller that must not hold the lock while the platform's services work. First,
+// without the lock: true, with a log line, for a device of role 0, which keeps no settings.
 bool keeps_no_settings(const char *mac_str);
 // Then the file and the record; afterwards, again without the lock, save_param() when there is something to commit.
 struct pay_stored {

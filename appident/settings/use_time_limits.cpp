@@ -78,7 +78,8 @@ void fetch_first_catalogue(const char *mac_str, cJSON *root)
         store_catalogue(mac_str, root, catalogue.get(), data);
 }
 
-// The catalogue's apps of a class, listed without being limited. What stands in the slot already is kept, twice if need be.
+// Adds the catalogue's apps of a class without limiting them. Apps that are in the slot already stay, so that one may be there
+// twice.
 void list_class_apps(use_time_limit &limit, const cJSON *app_ids)
 {
     int next = 0;
@@ -169,7 +170,7 @@ void read_limit(device_record *dev, const cJSON *stored)
     check_apps(*limit, app_ids, count);
 }
 
-// A file with more limits than a device has slots is not applied at all, on purpose.
+// A file with more limits than a device has slots is not applied at all, rather than in part.
 void read_limits(device_record *dev, const cJSON *limits)
 {
     int num = cJSON_GetArraySize(limits);
@@ -221,7 +222,7 @@ namespace {
 // What a pass over the catalogue works on: one small class at a time.
 struct small_class_update {
     long small_class;
-    bool in_file;           // the file knows the small class ...
+    bool in_file;           // the file has the small class ...
     const cJSON *known_ids; // ... with these apps, null for none
     use_time_limit *limit;  // of its big class; null when the device has none
     cJSON *stored_limit;    // the same in the file
@@ -272,7 +273,7 @@ bool add_new_app(const small_class_update &update, u32 app_id)
     if (!update.limit || !update.stored_limit)
         return false;
     url_check_log(0, "\t\t======class_type: %d", static_cast<int>(update.small_class));
-    // Beyond a free entry, too.
+    // find_entry would stop at a free entry before one that holds the app.
     for (const app_id_st &entry : update.limit->app_ids)
         if (entry.app_id == app_id)
             return false;

@@ -13,7 +13,7 @@ namespace {
 
 enum : int { action_online = 0, action_offline = 2 };
 
-// Apple Pay is left out, on purpose.
+// Not Apple Pay, for which no alert is ever raised.
 bool is_watched_payment_app(u32 app_id)
 {
     return app_id == WECHAT_PAY || app_id == ALI_PAY || app_id == QQ_PAY;
@@ -44,7 +44,7 @@ void handle_app_action(int action, u32 app_id, u32 ruleid, const unsigned char *
         return;
     mutex_guard lock(device_apps_mtx);
     if (action == action_offline) {
-        // "APPID" takes the app id out of the word a second time and so shows 0: the log's readers know it this way.
+        // "APPID" takes the app id out of the word a second time and so shows 0: technicians search for this form of the line.
         url_check_log(0, "[appident] #-> app offline appid: %d, APPID: %d, ruleid: %d, MAC: %s", static_cast<int>(app),
                       static_cast<int>(word_app_id(app)), static_cast<int>(ruleid), mac_text);
         return;

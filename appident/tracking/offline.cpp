@@ -41,7 +41,7 @@ void push_last_sessions(device_record *dev, int role)
     }
 }
 
-// False when the platform cannot tell where the file is; the device then stays for the next sweep.
+// False when the platform does not know the directory; the device then stays until the next call.
 bool delete_config_file(const device_record &dev)
 {
     config_path path;

@@ -1,4 +1,5 @@
-// Wholesale endings: every open session when the clock steps back, and devices whose role was taken away. The lock is held.
+// Ending many sessions at once: every open one when the clock steps back, and those of devices whose role was taken away. The
+// lock is held.
 #ifndef APPIDENT_TRACKING_OFFLINE_H
 #define APPIDENT_TRACKING_OFFLINE_H
 

@@ -24,7 +24,7 @@
 // Opens both sessions of an app with its first hit; the app id and the byte counters are the caller's.
 void open_sessions(app_ident_record &app, const app_data &hit, u32 now);
 
-// How an app whose session is open comes by the time axis.
+// How an app whose session is open gets the time axis.
 enum class axis_taken {
     free_axis,     // nobody held it: its alert counters start again
     from_non_game, // a game took it: they go on
@@ -56,7 +56,7 @@ struct closing_rule {
     ended_status status;
     bool short_end_first; // of a short session: the "offline" push shows its own end; else the end of the session before
     kept_end end;         // what end time stays in the record
-    bool short_wipes_sum; // a short session takes the app's time-axis minutes of the day with it
+    bool short_wipes_sum; // a short session sets the app's time-axis sum of the day to 0
     bool clears_bytes;
     // Of closings that also close the plain session:
     bool clears_alerts; // alert counters of the app

@@ -27,7 +27,7 @@ constexpr int day_end_hours[] = {0, 23};
 constexpr u32 evening_push_minute = 1;
 constexpr u32 midnight_push_minutes = 50; // a random one of these spreads the reports of many routers
 
-// Hour and minute of the local clock, -1 when it could not be told.
+// Hour and minute of the local clock, -1 when the C library cannot compute them.
 struct local_time {
     int hour;
     int minute;
@@ -64,8 +64,8 @@ void close_day(day_end pass, u32 push_minute)
     });
 }
 
-// The day is open again at once during hour 23, so that the evening pass repeats on each tick of its minute, on purpose:
-// sessions are one minute long by then, and the repeats arm nothing.
+// During hour 23 the flag is set again at once, so that the evening pass repeats on each tick of its minute: an app that opens
+// in that minute begins the new day too. All other sessions are one minute long by then, and the repeats arm nothing.
 void run_day_end_passes(tick_state &state, local_time at)
 {
     if (at.hour == 0 && at.minute == 0 && state.day_open) {

@@ -14,7 +14,7 @@ struct tick_state {
 tick_state start_ticking(void);
 void run_tick(tick_state &state);
 
-// The thread's body: a tick, sleep(3), for ever.
+// The thread's body: a tick and sleep(3), repeated without end.
 void *app_ident_thread(void *param);
 
 // The parts of a tick that others call; the lock is held.

@@ -6,19 +6,19 @@
 
 namespace {
 
-constexpr size_t least_room = 128;
+constexpr size_t least_capacity = 128;
 
 bool reserve(text_builder *builder, size_t needed)
 {
-    size_t room = needed * 2 + least_room;
-    char *grown = static_cast<char *>(realloc(builder->text.get(), room));
+    size_t capacity = needed * 2 + least_capacity;
+    char *grown = static_cast<char *>(realloc(builder->text.get(), capacity));
     if (!grown) {
         builder->failed = true;
         return false;
     }
     static_cast<void>(builder->text.release());
     builder->text.reset(grown);
-    builder->room = room;
+    builder->capacity = capacity;
     return true;
 }
 
@@ -29,10 +29,10 @@ void append_text(text_builder *builder, const char *format, ...)
     va_list values, again;
     va_start(values, format);
     va_copy(again, values);
-    size_t left = builder->room - builder->length;
+    size_t left = builder->capacity - builder->length;
     int length = vsnprintf(left ? builder->text.get() + builder->length : nullptr, left, format, values);
     size_t grown = builder->length + static_cast<size_t>(length < 0 ? 0 : length);
-    if (length >= 0 && grown >= builder->room && reserve(builder, grown + 1))
+    if (length >= 0 && grown >= builder->capacity && reserve(builder, grown + 1))
         vsnprintf(builder->text.get() + builder->length, static_cast<size_t>(length) + 1, format, again);
     if (length < 0)
         builder->failed = true;
