@@ -6,10 +6,13 @@
 #include "tests/kit/household_files.h"
 #include "tests/kit/private_network.h"
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <thread>
 
 namespace {
 
@@ -19,6 +22,8 @@ constexpr const char *usage_text =
     "usage: household_simulator [options] SCENARIO\n"
     "Plays a scenario file against the daemon, tells what happens, and compares it with what the rules say.\n"
     "  --speed N       run the household's clock N times as fast (60)\n"
+    "                  (less when this machine wakes up too late for that)\n"
+    "  --keep          keep the daemon after the table, until Enter is pressed\n"
     "  --daemon PATH   the daemon to play against\n"
     "  --predict       only print what the rules say\n"
     "  --help          this text\n"
@@ -28,20 +33,21 @@ struct options {
     int speed = 60;
     std::string daemon = DAEMON_PATH;
     bool predict_only = false;
+    bool keep = false;
     std::string scenario_path;
 };
 
 // 0 to go on, otherwise the exit status plus one.
 int read_options(int argc, char **argv, options *out)
 {
-    static const option known[] = {{"speed", required_argument, nullptr, 's'},
-                                   {"daemon", required_argument, nullptr, 'd'},
-                                   {"predict", no_argument, nullptr, 'p'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
-    for (int letter; (letter = getopt_long(argc, argv, "s:d:ph", known, nullptr)) != -1;) {
+    static const option known[] = {{"speed", required_argument, nullptr, 's'},  {"keep", no_argument, nullptr, 'k'},
+                                   {"daemon", required_argument, nullptr, 'd'}, {"predict", no_argument, nullptr, 'p'},
+                                   {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
+    for (int letter; (letter = getopt_long(argc, argv, "s:kd:ph", known, nullptr)) != -1;) {
         if (letter == 's')
             out->speed = atoi(optarg);
+        else if (letter == 'k')
+            out->keep = true;
         else if (letter == 'd')
             out->daemon = optarg;
         else if (letter == 'p')
@@ -59,6 +65,34 @@ int read_options(int argc, char **argv, options *out)
     return 0;
 }
 
+// How many times as fast as life this machine can play: events are to be at most some seconds of the household late.
+int bearable_speed()
+{
+    using namespace std::chrono;
+    constexpr int tries = 100, late_at_most_seconds = 10, reserve = 4;
+    constexpr int least = 60, most = 600;
+    auto worst = milliseconds(0);
+    for (int i = 0; i < tries; i++) {
+        auto begun = steady_clock::now();
+        std::this_thread::sleep_for(milliseconds(1));
+        worst = std::max(worst, duration_cast<milliseconds>(steady_clock::now() - begun));
+    }
+    return std::clamp(late_at_most_seconds * 1000 / (reserve * std::max(static_cast<int>(worst.count()), 1)), least, most);
+}
+
+// The wanted speed or what is bearable, decided once for this program and what it replaces itself by.
+int speed_to_play(int wanted)
+{
+    constexpr const char *decided = "HOUSEHOLD_SPEED";
+    if (const char *speed = getenv(decided))
+        return atoi(speed);
+    int speed = std::min(wanted, bearable_speed());
+    if (speed < wanted)
+        fprintf(stderr, "This machine can play %d times as fast as life now, not %d times.\n", speed, wanted);
+    setenv(decided, std::to_string(speed).c_str(), 1);
+    return speed;
+}
+
 int play_inside(const scenario &household, const std::vector<step> &plan, const std::vector<outcome> &predicted,
                 const options &chosen)
 {
@@ -72,8 +106,13 @@ int play_inside(const scenario &household, const std::vector<step> &plan, const 
     if (daemon < 0)
         return exit_impossible;
     played result = play(household, plan, daemon);
-    int status = stop_daemon(daemon);
     bool equal = compare(household, predicted, result.seen);
+    if (chosen.keep) {
+        printf("The daemon goes on until you press Enter.\n");
+        fflush(stdout);
+        getchar();
+    }
+    int status = stop_daemon(daemon);
     if (!result.complete)
         printf("The daemon did not serve all the time.\n");
     if (result.unreadable > 0)
@@ -108,6 +147,7 @@ int main(int argc, char **argv)
             tell_outcome(household, one);
         return exit_equal;
     }
+    chosen.speed = speed_to_play(chosen.speed);
     if (inside_private_network())
         return play_inside(household, plan, predicted, chosen);
     setenv("TZ", "UTC", 1);

@@ -6,21 +6,28 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <linux/capability.h>
 #include <linux/neighbour.h>
 #include <net/if.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
 #include <netlink/route/neighbour.h>
 #include <set>
+#include <sstream>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr const char *inside_mark = "HOUSEHOLD_INSIDE";
+// The program runs three times: outside, in its new namespaces, and there below the wrapper.
+constexpr const char *stage_mark = "HOUSEHOLD_STAGE";
+constexpr const char *stage_entered = "entered";
+constexpr const char *stage_inside = "inside";
 
 using socket_ptr = std::unique_ptr<nl_sock, released_by<nl_socket_free>>;
 using link_ptr = std::unique_ptr<rtnl_link, released_by<rtnl_link_put>>;
@@ -38,10 +45,12 @@ bool complain(const char *what, const char *why)
 std::vector<std::string> namespace_words()
 {
     // Below a user namespace of its own nothing mounted can show outside, so its mounts may stay as they are.
-    const std::vector<std::string> ways[] = {
-        {"unshare", "--net", "--mount", "--"},
-        {"unshare", "--user", "--map-root-user", "--net", "--mount", "--propagation", "unchanged", "--"}};
-    for (const auto &way : ways) {
+    const std::vector<std::string> as_root = {"unshare", "--net", "--mount", "--"};
+    const std::vector<std::string> as_user = {"unshare", "--user",        "--map-root-user", "--net",
+                                              "--mount", "--propagation", "unchanged",       "--"};
+    for (const auto &way : {as_root, as_user}) {
+        if (way == as_root && !may_set_up_networks())
+            continue;
         std::string command;
         for (const std::string &word : way)
             command += word + " ";
@@ -49,6 +58,37 @@ std::vector<std::string> namespace_words()
             return way;
     }
     return {};
+}
+
+std::string why_no_namespaces()
+{
+    std::ifstream mounts("/proc/self/mountinfo");
+    if (!mounts)
+        return "/proc is not mounted here";
+    bool root_mounted = false;
+    for (std::string line, skipped, place; std::getline(mounts, line);) {
+        std::istringstream(line) >> skipped >> skipped >> skipped >> skipped >> place;
+        root_mounted = root_mounted || place == "/";
+    }
+    if (!root_mounted)
+        return "the directory that this chroot stands in is no mount, so no mount here can be private:"
+               " leave it, mount the directory over itself (mount --bind DIRECTORY DIRECTORY) and enter it again";
+    return "a private network is not allowed here: run as root, or allow user namespaces"
+           " (sysctl kernel.unprivileged_userns_clone=1)";
+}
+
+// Replaces this process by the words and this program. Returns on failure only.
+std::string run_again(std::vector<std::string> words, char **argv)
+{
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
+    for (char **word = argv + 1; *word; word++)
+        words.push_back(*word);
+    std::vector<char *> raw;
+    for (std::string &word : words)
+        raw.push_back(word.data());
+    raw.push_back(nullptr);
+    execvp(raw[0], raw.data());
+    return std::string(raw[0]) + " cannot be run: " + strerror(errno);
 }
 
 socket_ptr route_socket()
@@ -100,28 +140,32 @@ std::string top_below_tmp(const std::string &path)
 
 } // namespace
 
+bool may_set_up_networks()
+{
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+    return syscall(SYS_capget, &header, data) == 0 && (data[0].effective & (1u << CAP_NET_ADMIN)) != 0;
+}
+
 bool inside_private_network()
 {
-    return getenv(inside_mark) != nullptr;
+    const char *mark = getenv(stage_mark);
+    return mark && strcmp(mark, stage_inside) == 0;
 }
 
 std::string enter_private_network(char **argv, const std::vector<std::string> &wrapper)
 {
+    if (getenv(stage_mark)) {
+        // A faster clock keeps shared memory, which it would leave behind when it is interrupted.
+        static_cast<void>(mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777,size=16m"));
+        setenv(stage_mark, stage_inside, 1);
+        return run_again(wrapper, argv);
+    }
     std::vector<std::string> words = namespace_words();
     if (words.empty())
-        return "a private network is not allowed here: run as root, or allow user namespaces"
-               " (sysctl kernel.unprivileged_userns_clone=1)";
-    words.insert(words.end(), wrapper.begin(), wrapper.end());
-    words.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
-    for (char **word = argv + 1; *word; word++)
-        words.push_back(*word);
-    std::vector<char *> raw;
-    for (std::string &word : words)
-        raw.push_back(word.data());
-    raw.push_back(nullptr);
-    setenv(inside_mark, "1", 1);
-    execvp(raw[0], raw.data());
-    return "unshare (of util-linux) cannot be run: " + std::string(strerror(errno));
+        return why_no_namespaces();
+    setenv(stage_mark, stage_entered, 1);
+    return run_again(words, argv);
 }
 
 bool make_private_tmp(const std::vector<std::string> &needed_paths)

@@ -8,10 +8,12 @@
 
 constexpr const char *lan_interface_name = "br-lan";
 
+// Whether a network namespace that this process makes is its own to set up. Root may lack that right, as in a plain container.
+bool may_set_up_networks();
 // Whether this process already stands inside.
 bool inside_private_network();
-// Replaces this process by the same program inside new namespaces, run by the words of `wrapper` where there are any. Returns
-// only on failure, with a sentence for the user.
+// Replaces this process by the same program inside new namespaces, run by the words of `wrapper` where there are any; the program
+// calls it until it stands inside. /dev/shm is its own then. Returns only on failure, with a sentence for the user.
 std::string enter_private_network(char **argv, const std::vector<std::string> &wrapper);
 
 // The steps inside. Each returns false after saying on standard error what is missing.

@@ -1,5 +1,7 @@
 #include "tests/system/platform/place.h"
 
+#include "tests/kit/private_network.h"
+
 #include "common/counter_page.h"
 
 #include <filesystem>
@@ -84,7 +86,8 @@ int main(int argc, char **argv)
                                     "run\",\"spool_limit\":8192,\"lan_interface\":5,\"offline_after\":1,\"catalogue\":\"" +
                                     home + "installed.json\"}");
     setenv("APPIDENT_PLATFORM_SETTINGS", (home + "settings.json").c_str(), 1);
-    own_network = unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
+    own_network =
+        (may_set_up_networks() && unshare(CLONE_NEWNET) == 0) || (geteuid() != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0);
     testing::InitGoogleTest(&argc, argv);
     int result = RUN_ALL_TESTS();
     std::filesystem::remove_all(home);
