@@ -44,7 +44,11 @@ int64_t day_start(int day)
 
 int64_t day_end(int day)
 {
-    return day_start(day_after(day, 1));
+    // Nearly all questions are about one day. What is remembered is checked, as the zone may have been changed.
+    static int64_t remembered = 0;
+    if (day_of(remembered - 1) != day || day_of(remembered) == day)
+        remembered = day_start(day_after(day, 1));
+    return remembered;
 }
 
 int day_after(int day, int days)
