@@ -284,6 +284,10 @@ struct one_scene {
     void (*play)(scene &);
     unsigned tells;
 };
+void PrintTo(const one_scene &one, std::ostream *out)
+{
+    *out << one.name;
+}
 const one_scene all_scenes[] = {
     {"devices_and_roles", devices_and_roles, in_short | role_look_ups},
     {"the_time_axis", the_time_axis, in_short},
@@ -304,7 +308,7 @@ lines lines_of(std::istream &text)
     return all;
 }
 
-// The step in which the texts part: what both tell of it, then a few lines of each. "" for equal texts.
+// Where the texts part: the last lines of that step which are the same in both, then a few lines of each. "" for equal texts.
 std::string first_difference(const lines &expected, const lines &now)
 {
     size_t same = 0, step = 0;
@@ -335,8 +339,8 @@ TEST_P(a_day, is_told_to_the_letter)
         std::ofstream(path) << today.text();
     std::ifstream file(path);
     std::istringstream now(today.text());
-    EXPECT_EQ(first_difference(lines_of(file), lines_of(now)), "")
-        << "ACCEPT_SCENES=1 writes the text as it is now to " << path;
+    const std::string difference = first_difference(lines_of(file), lines_of(now));
+    EXPECT_TRUE(difference.empty()) << difference << "ACCEPT_SCENES=1 writes the text as it is now to " << path;
 }
 
 // Memory is back: a new device is tracked and leaves as ever. A message for which there was no buffer still waits before it.

@@ -31,7 +31,7 @@ int as_nobody(const std::vector<gid_t> &groups, const std::function<int()> &act)
 
 template <typename condition> bool comes_true(condition holds)
 {
-    for (int i = 0; i < 500 && !holds(); ++i)
+    for (int i = 0; i < 6000 && !holds(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return holds();
 }

@@ -66,7 +66,7 @@ TEST(request_server, brings_each_id_the_words_of_its_table)
     appident_payment_notify_st switches = {"AA-BB-CC-00-00-01", 1, 2, 3, 4, 5};
     client_answer answer;
     auto ask = [&](client_request request) {
-        return serve_during(server, [&] { return call_daemon(socket_path.c_str(), 2000, request, &answer); });
+        return serve_during(server, [&] { return call_daemon(socket_path.c_str(), 60000, request, &answer); });
     };
     result_text = "{\"err_no\":\"0\"}";
     const char *limits = R"({"device":"AA-BB-CC-00-00-01","data":[{"class_type":1}]})";
@@ -140,7 +140,7 @@ TEST(request_server, nonsense_and_silence_cost_nobody_else_anything)
     }
     EXPECT_TRUE(counts("requests_crowded_out", 4u));
     EXPECT_TRUE(calls.empty());
-    serve_during(server, [] { return call_daemon(socket_path.c_str(), 2000, {8, "m", nullptr, nullptr, 0}, nullptr); });
+    serve_during(server, [] { return call_daemon(socket_path.c_str(), 60000, {8, "m", nullptr, nullptr, 0}, nullptr); });
     EXPECT_EQ(calls.size(), 1u);
     EXPECT_TRUE(comes_true([&] {
         ipc_server_accept2();
@@ -172,7 +172,7 @@ TEST(request_server, only_root_ourselves_and_the_group_may_ask)
     int server = nt_ipcserver_init2(socket_path.c_str(), record_request);
     chmod(socket_path.c_str(), 0666); // leaves the peer check alone to decide
     chmod(home.c_str(), 0755);
-    auto ask = [] { return static_cast<int>(call_daemon(socket_path.c_str(), 2000, {10, "m", nullptr, nullptr, 0}, nullptr)); };
+    auto ask = [] { return static_cast<int>(call_daemon(socket_path.c_str(), 60000, {10, "m", nullptr, nullptr, 0}, nullptr)); };
     calls.clear();
     EXPECT_EQ(serve_during(server, [&] { return as_nobody({}, ask); }), request_refused);
     EXPECT_TRUE(calls.empty());
