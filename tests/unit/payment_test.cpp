@@ -147,7 +147,7 @@ TEST_F(payment_test, two_step_purchases_record_nothing)
     }
 }
 
-TEST_F(payment_test, who_is_watched)
+TEST_F(payment_test, a_rule_wakes_a_listed_device)
 {
     rule(17, ALI_PAY, 2);
     rule(17, APPLE_PAY);
@@ -156,19 +156,31 @@ TEST_F(payment_test, who_is_watched)
     EXPECT_EQ(dev->device_state, device_active);
     EXPECT_STREQ(dev->ip, tablet.ip);
     EXPECT_EQ(kept(), std::vector<u32>{17});
-    // Back on line the settings are loaded again, which drops what was pending and forgets the last alert.
-    dev->device_state = device_offline;
-    rule(18);
-    EXPECT_EQ(kept(), std::vector<u32>{18});
-    rule(major(1, 5));
-    EXPECT_EQ(alerts().size(), 1u);
-    dev->device_state = device_offline;
-    rule(major(1, 5));
-    EXPECT_EQ(alerts().size(), 1u);
-    set_clock(clock_now() + 21);
-    rule(18);
     EXPECT_FALSE(lock_is_held());
+}
 
+TEST_F(payment_test, a_device_back_on_line_loads_its_settings_again)
+{
+    rule(17);
+    dev->device_state = device_offline;
+    rule(18);
+    EXPECT_EQ(kept(), std::vector<u32>{18}) << "what was pending is dropped";
+    rule(major(1, 5));
+    EXPECT_EQ(alerts().size(), 1u);
+    dev->device_state = device_offline;
+    rule(major(1, 5));
+    EXPECT_EQ(alerts().size(), 1u) << "the last alert is forgotten";
+    for (u32 limits : {0u, 2u}) {
+        dev->utl_num = limits;
+        dev->device_state = device_offline;
+        rule(18);
+        EXPECT_EQ(dev->utl_num, limits == 0 ? 1u : 2u) << "limits are loaded only when there are none";
+    }
+}
+
+TEST_F(payment_test, who_is_watched)
+{
+    rule(18);
     dev->payment_onoff = 0;
     rule(19);
     EXPECT_EQ(kept().size(), 1u);
@@ -183,13 +195,7 @@ TEST_F(payment_test, who_is_watched)
     dev->utl_num = 0;
     rule(major(1, 5));
     EXPECT_EQ(alerts(), lines{}) << "without limits nothing is looked at";
-    dev->device_state = device_offline;
-    rule(18); // and now the limits are loaded again
-    EXPECT_EQ(dev->utl_num, 1u);
     dev->utl_num = 2;
-    dev->device_state = device_offline;
-    rule(18);
-    EXPECT_EQ(dev->utl_num, 2u) << "loaded only when there are none";
     for (auto [role, told] : {std::pair{"0", 0u}, {"-1", 0u}, {"2", 1u}}) {
         platform.device(tablet.mac).role = role;
         rule(major(1, 5));
@@ -206,7 +212,7 @@ static std::string switches_of(const device_record &dev)
     return text;
 }
 
-TEST_F(payment_test, switches_are_read_and_stored)
+TEST_F(payment_test, switches_are_read)
 {
     const std::string all = "'payment':{'enable':1,'weixin':1,'alipay':1,'qqpay':1,'applepay':1}}", on = "1 1 1 1 1";
     const struct {
@@ -232,6 +238,10 @@ TEST_F(payment_test, switches_are_read_and_stored)
         EXPECT_EQ(switches_of(*dev), load.switches) << load.file;
         EXPECT_EQ(stored(), json(load.after.empty() ? load.file : load.after));
     }
+}
+
+TEST_F(payment_test, switches_are_stored)
+{
     store(json("{'device':'@','payment':{'qqpay':'1','weixin':1,'alipay':9},'data':[]}"));
     dev->device_state = device_active;
     EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 0, 1, 0, 1), 0);
