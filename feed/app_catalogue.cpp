@@ -97,8 +97,15 @@ bool is_shared(const std::string &host)
     return std::find(std::begin(shared_hosts), std::end(shared_hosts), host) != std::end(shared_hosts);
 }
 
+// A host of two labels or more; of "first.*.rest" both sides count.
 std::string host_in(const std::string &text)
 {
+    size_t star = text.find(".*.");
+    if (star != std::string::npos) {
+        std::string first = host_name_of({reinterpret_cast<const uint8_t *>(text.data()), star});
+        std::string rest = host_in(text.substr(star + 3));
+        return first.empty() || rest.empty() || first.find('.') != std::string::npos ? std::string() : first + ".*." + rest;
+    }
     std::string host = host_name_of({reinterpret_cast<const uint8_t *>(text.data()), text.size()});
     return host.find('.') == std::string::npos ? std::string() : host;
 }
@@ -127,15 +134,15 @@ std::string read_rule(const std::string &word, uint32_t id, line_rules *out)
     } else if (begins_with(word, "ndpi:") || begins_with(word, "call:")) {
         if (value.empty())
             return "a name is missing behind '" + word + "'";
-        out->ndpi_names.push_back({value, {id, word[0] == 'c'}});
-    } else if (colon == std::string::npos || begins_with(word, "not:")) {
+        out->ndpi_names.push_back({value, {id, word[0] == 'c', false}});
+    } else if (colon == std::string::npos || begins_with(word, "not:") || begins_with(word, "also:")) {
         std::string host = host_in(value);
         if (host.empty())
             return "'" + value + "' is no host name";
-        bool excludes = colon != std::string::npos;
+        bool excludes = begins_with(word, "not:");
         if (!excludes && is_shared(host))
             return "'" + host + "' is shared by many apps";
-        out->hosts.push_back({host, {excludes ? 0 : id, false}});
+        out->hosts.push_back({host, {excludes ? 0 : id, false, begins_with(word, "also:")}});
     } else {
         return "'" + word + "' is no kind of rule";
     }
@@ -188,8 +195,10 @@ std::string take_line(const std::string &line, app_catalogue *into)
     if (!complaint.empty())
         return complaint;
     into->apps[entry.id] = entry;
-    for (const auto &host : rules.hosts)
+    for (const auto &host : rules.hosts) {
         into->hosts[host.first] = host.second;
+        into->has_starred_hosts |= host.first.find('*') != std::string::npos;
+    }
     for (const auto &name : rules.ndpi_names)
         into->ndpi_names[name.first] = name.second;
     for (const ip_network &network : rules.networks) {
@@ -213,8 +222,15 @@ const app_entry *app_catalogue::find(uint32_t id) const
 
 const app_rule *app_catalogue::by_host(const std::string &host) const
 {
-    for (std::string_view rest = host; !rest.empty();) {
-        auto found = hosts.find(rest);
+    std::string_view rest = host;
+    std::string starred = host.substr(0, host.find('.')) + ".*.";
+    size_t first = starred.size();
+    while (!rest.empty()) {
+        auto found = hosts.end();
+        if (has_starred_hosts && rest.size() + first <= host.size() + 2)
+            found = hosts.find(starred.replace(first, std::string::npos, rest));
+        if (found == hosts.end())
+            found = hosts.find(rest);
         if (found != hosts.end())
             return &found->second;
         size_t dot = rest.find('.');

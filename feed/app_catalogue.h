@@ -5,6 +5,8 @@
 // START and CONTINUE are kB within 30 and within 10 seconds. A '-' for CLASS, NAME, START or CONTINUE keeps what an earlier
 // line for the same ID said. A RULE is one of
 //   example.com        a host and all below it; the longest one that fits wins
+//   first.*.example.com  a host below example.com whose first label this is
+//   also:example.com   a host whose contents other sites and apps embed, too: it continues a use, but starts none
 //   not:example.com    a host below one of the above that is none of that app's use
 //   ndpi:NAME          a protocol by nDPI's name for it
 //   call:NAME          likewise, and the traffic is a call
@@ -31,11 +33,13 @@ struct app_entry {
 struct app_rule {
     uint32_t id; // 0: no app, and nothing else may say otherwise
     bool is_call;
+    bool is_embedded; // told as the app's, but starts no use of it
 };
 
 struct app_catalogue {
     std::unordered_map<uint32_t, app_entry> apps;
     std::map<std::string, app_rule, std::less<>> hosts;
+    bool has_starred_hosts = false;
     std::map<std::string, app_rule, std::less<>> ndpi_names;
     std::vector<std::pair<ip_network, uint32_t>> networks; // the longest prefixes first
 

@@ -52,6 +52,7 @@ void classifier::decide(flow *one, const app_rule *rule, evidence by)
     if (rule && rule->id != 0) {
         one->app = rule->id;
         one->is_call = rule->is_call;
+        one->is_embedded = rule->is_embedded;
         one->by = by;
         counts[feed_flows_by_hello + static_cast<unsigned int>(by) - static_cast<unsigned int>(evidence::hello)]++;
     } else {
@@ -108,7 +109,7 @@ void classifier::give_up(flow *one)
     const app_rule *rule = one->looking && one->looking->dpi ? dpi.give_up(one->looking->dpi.get()) : nullptr;
     if (rule)
         return decide(one, rule, evidence::dpi);
-    app_rule by_network{apps.by_address(one->key.server), false};
+    app_rule by_network{apps.by_address(one->key.server), false, false};
     decide(one, &by_network, evidence::address);
 }
 

@@ -6,7 +6,10 @@
 namespace {
 
 constexpr uint64_t second_us = 1000000;
-constexpr uint64_t flow_idle_us = 180 * second_us;
+// A pause in a film or a chat's long silence leaves its connection open; attempts without an answer are forgotten soon.
+constexpr uint64_t tcp_idle_us = 3600 * second_us;
+constexpr uint64_t udp_idle_us = 300 * second_us;
+constexpr uint64_t unanswered_idle_us = 60 * second_us;
 constexpr uint64_t closed_idle_us = 5 * second_us;
 constexpr uint64_t inspection_idle_us = 30 * second_us;
 constexpr uint64_t device_idle_us = 24 * 3600 * second_us;
@@ -14,6 +17,15 @@ constexpr uint64_t device_idle_us = 24 * 3600 * second_us;
 constexpr uint64_t most_empty_intervals = intervals_until_unused + intervals_of_start;
 // Time stamps of packets may be somewhat out of order; a greater step back is a clock that was set.
 constexpr uint64_t most_disorder_us = 60 * second_us;
+
+uint64_t longest_idle(const flow &one)
+{
+    if (one.closed == flow_closed)
+        return closed_idle_us;
+    if (!one.is_answered)
+        return unanswered_idle_us;
+    return one.key.protocol == protocol_tcp ? tcp_idle_us : udp_idle_us;
+}
 
 } // namespace
 
@@ -48,6 +60,7 @@ void classifier::credit(flow *one)
         use->bytes[0].up += one->waiting_up;
         use->bytes[0].down += one->waiting_down;
         use->bytes[0].of_calls += one->is_call ? bytes : 0;
+        use->bytes[0].embedded += one->is_embedded ? bytes : 0;
         one->interval_bytes = one->interval == interval_number ? one->interval_bytes + bytes : bytes;
         one->interval = interval_number;
         if (one->interval_bytes > use->most_bytes) {
@@ -88,7 +101,7 @@ void classifier::sweep(uint64_t time_us)
         if (!one.device)
             continue;
         uint64_t idle = time_us > one.last_us ? time_us - one.last_us : 0;
-        if (idle > flow_idle_us || (one.closed == flow_closed && idle > closed_idle_us)) {
+        if (idle > longest_idle(one)) {
             drop_flow(&one);
         } else if (one.looking && idle > inspection_idle_us) {
             give_up(&one);

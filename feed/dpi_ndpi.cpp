@@ -58,7 +58,7 @@ void dpi_engine::set_catalogue(const app_catalogue &catalogue)
     if (!module)
         return;
     size_t count = ndpi_get_num_supported_protocols(module->ndpi);
-    module->rules.assign(count, {0, false});
+    module->rules.assign(count, {0, false, false});
     module->name_services.assign(count, false);
     for (size_t i = 0; i < count; i++) {
         const char *name = ndpi_get_proto_name(module->ndpi, static_cast<uint16_t>(i));

@@ -33,6 +33,7 @@ struct flow {
     uint32_t syn_sequence = 0;
     evidence by = evidence::none;
     bool is_call = false;
+    bool is_embedded = false;
     bool is_decided = false;
     bool has_syn = false;      // the device's, with syn_sequence
     bool from_outside = false; // the other end opened the connection

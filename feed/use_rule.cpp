@@ -14,7 +14,7 @@ use_verdict judge(const app_use &use, const app_entry &app)
     uint64_t now = total(use.bytes[0]);
     uint64_t window = 0;
     for (const interval_bytes &one : use.bytes)
-        window += total(one);
+        window += total(one) - one.embedded;
     if (now == 0)
         return use_verdict::silent;
     if (window >= app.start_bytes)

@@ -4,6 +4,7 @@
 //   the app is in use and the interval reaches `continue`       -> plain: an open session goes on
 //   anything else                                               -> silent
 //
+// Bytes of hosts that other sites and apps embed (share buttons, maps in a page) count for `continue` only.
 // In use: from a marked interval until three minutes without a marked or plain one. An interval without a byte is always
 // silent.
 #ifndef FEED_USE_RULE_H
@@ -17,7 +18,9 @@ constexpr int intervals_of_start = 3;
 constexpr int intervals_until_unused = 18;
 
 struct interval_bytes {
-    uint64_t up = 0, down = 0, of_calls = 0;
+    uint64_t up = 0, down = 0; // all of them
+    uint64_t of_calls = 0;
+    uint64_t embedded = 0; // of hosts that other sites embed
 };
 
 struct app_use {
