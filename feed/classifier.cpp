@@ -23,8 +23,8 @@ bool opens_connection(const ip_packet &ip)
 } // namespace
 
 classifier::classifier(const classifier_options &chosen, app_catalogue catalogue, hit_sink on_hit, flow_sink on_flow)
-    : options(chosen), hits(std::move(on_hit)), flow_reports(std::move(on_flow)), devices(chosen.most_devices),
-      flows(chosen.most_flows), names(chosen.most_dns_names)
+    : options(chosen), hits(std::move(on_hit)), flow_reports(std::move(on_flow)), dpi(chosen.use_dpi),
+      devices(chosen.most_devices), flows(chosen.most_flows), names(chosen.most_dns_names)
 {
     set_catalogue(std::move(catalogue));
 }

@@ -17,6 +17,7 @@ struct classifier_options {
     bool count_packets = true;
     // So many packets of a connection are shown at most; 0: all of them.
     uint32_t packets_shown = 0;
+    bool use_dpi = true;
     size_t most_flows = 16384;
     size_t most_devices = 1024;
     size_t most_inspections = 4096;

@@ -20,8 +20,8 @@ constexpr int dpi_payload_packets = 12;
 
 class dpi_engine {
 public:
-    // Where nDPI does not start, the engine tells nothing.
-    dpi_engine();
+    // Where it is not wanted or does not start, the engine tells nothing.
+    explicit dpi_engine(bool is_wanted);
     ~dpi_engine();
     dpi_engine(const dpi_engine &) = delete;
     dpi_engine &operator=(const dpi_engine &) = delete;

@@ -32,8 +32,10 @@ void dpi_flow_release::operator()(dpi_flow *flow) const
     delete flow;
 }
 
-dpi_engine::dpi_engine() : module(new dpi_module)
+dpi_engine::dpi_engine(bool is_wanted) : module(is_wanted ? new dpi_module : nullptr)
 {
+    if (!module)
+        return;
     module->ndpi = ndpi_init_detection_module(ndpi_dont_load_tor_hosts);
     if (!module->ndpi) {
         delete module;

@@ -8,7 +8,7 @@ void dpi_flow_release::operator()(dpi_flow *flow) const
     delete flow;
 }
 
-dpi_engine::dpi_engine() : module(nullptr) {}
+dpi_engine::dpi_engine(bool) : module(nullptr) {}
 dpi_engine::~dpi_engine() = default;
 
 void dpi_engine::set_catalogue(const app_catalogue &) {}

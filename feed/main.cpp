@@ -70,6 +70,7 @@ int run(const feed_options &options, const source_kind &kind, const std::string 
     classifier_options chosen;
     chosen.lan = options.lan;
     chosen.guess_ipv6_device = !options.lan_has_ipv6;
+    chosen.use_dpi = !options.no_dpi;
     chosen.most_flows = options.most_flows;
     kind.adapt(&chosen);
 

@@ -95,6 +95,7 @@ constexpr known_option known[] = {
     {"speed", 'x', "N", "play a capture N times as fast as life; without it, as fast as it can be read", set_speed},
     {"apps", 0, "FILE", "the catalogue of apps, instead of the installed one", set_apps},
     {"own-apps", 0, "FILE", "what is added to it, instead of /etc/appident/apps.conf", set_own_apps},
+    {"no-dpi", 0, nullptr, "do without nDPI", set<&feed_options::no_dpi>},
     {"max-flows", 0, "N", "remember so many connections at once (16384)", set_most_flows},
     {"verbose", 'v', nullptr, "say more on standard error: each connection as it ends, and all counters",
      set<&feed_options::verbose>},

@@ -22,6 +22,7 @@ struct feed_options {
     unsigned long loops = 1;
     unsigned long most_flows = 16384;
     bool true_time = false;
+    bool no_dpi = false;
     bool dry = false;
     bool json = false;
     bool flows = false;

@@ -5,12 +5,18 @@
 #include "feed/byte_view.h"
 #include "feed/quic_initial.h"
 
-struct quic_version {
-    uint32_t first, last; // version numbers that share what follows
+using quic_salt = std::array<uint8_t, 20>;
+
+struct quic_format {
     uint8_t initial_type; // packet types as they stand in the first byte's bits 4 and 5
     uint8_t retry_type;
-    uint8_t salt[20];
     const char *key_label, *iv_label, *header_label;
+};
+
+struct quic_version {
+    uint32_t first, last; // version numbers that share what follows
+    quic_format format;
+    quic_salt salt;
 };
 // Null for a version that is not known.
 const quic_version *find_quic_version(uint32_t version);

@@ -42,10 +42,10 @@ bool next_packet(byte_reader *datagram, long_packet *out)
     if ((flags & 0xC0) != 0xC0 || datagram->failed || !version)
         return false;
     unsigned int type = flags >> 4 & 3;
-    out->is_initial = type == version->initial_type;
+    out->is_initial = type == version->format.initial_type;
     out->id = datagram->take(std::min<size_t>(datagram->u8(), longest_id + 1));
     datagram->skip(datagram->u8()); // source connection id
-    if (out->id.size > longest_id || type == version->retry_type)
+    if (out->id.size > longest_id || type == version->format.retry_type)
         return false;
     if (out->is_initial)
         datagram->skip(static_cast<size_t>(std::min<uint64_t>(read_varint(datagram), largest_packet))); // token

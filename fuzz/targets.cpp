@@ -211,11 +211,3 @@ const std::vector<fuzz_target> fuzz_targets = {
     {"request", take_request, request_seeds},          {"config", take_config, text_seeds<0>},
     {"catalogue", take_catalogue, text_seeds<1>},      {"device_service", take_device_service, text_seeds<2>},
 };
-
-const fuzz_target *find_fuzz_target(const std::string &name)
-{
-    for (const fuzz_target &target : fuzz_targets)
-        if (target.name == name)
-            return &target;
-    return nullptr;
-}

@@ -15,6 +15,12 @@ struct fuzz_target {
 extern const std::vector<fuzz_target> fuzz_targets;
 
 // Null when there is none of that name.
-const fuzz_target *find_fuzz_target(const std::string &name);
+inline const fuzz_target *find_fuzz_target(const std::string &name)
+{
+    for (const fuzz_target &target : fuzz_targets)
+        if (target.name == name)
+            return &target;
+    return nullptr;
+}
 
 #endif

@@ -11,7 +11,7 @@
 
 namespace {
 
-struct catalogue_lines : testing::Test {
+struct feed_catalogue_lines : testing::Test {
     app_catalogue apps;
     std::vector<std::string> complaints;
 
@@ -25,7 +25,7 @@ struct catalogue_lines : testing::Test {
 
 } // namespace
 
-TEST_F(catalogue_lines, feed_matches_the_longest_host_on_label_borders)
+TEST_F(feed_catalogue_lines, matches_the_longest_host_on_label_borders)
 {
     read("3001 3 Films 300 60 x.com cdn.x.com # the rest is a comment\n"
          "6001 6 Pictures 150 15 pictures.*.shared.example also:buttons.pictures.example\n"
@@ -44,7 +44,7 @@ TEST_F(catalogue_lines, feed_matches_the_longest_host_on_label_borders)
     EXPECT_TRUE(apps.by_host("buttons.pictures.example")->is_embedded);
 }
 
-TEST_F(catalogue_lines, feed_takes_the_owners_additions_over_the_shipped_lines)
+TEST_F(feed_catalogue_lines, takes_the_owners_additions_over_the_shipped_lines)
 {
     read("2001 2 Talk 20 2 talk.example ndpi:Talk call:TalkCall net:198.51.100.0/24 net:198.51.100.128/25\n");
     read_apps_text("own.conf", "2001 - - 40 - more.example\n8100 8 Shop 100 10 talk.example net:198.51.100.128/25\n", &apps,
@@ -65,7 +65,7 @@ TEST_F(catalogue_lines, feed_takes_the_owners_additions_over_the_shipped_lines)
     EXPECT_EQ(apps.by_address(address), 8100u);
 }
 
-TEST_F(catalogue_lines, feed_names_bad_lines_and_skips_them_whole)
+TEST_F(feed_catalogue_lines, names_bad_lines_and_skips_them_whole)
 {
     const std::pair<const char *, const char *> bad[] = {
         {"0 1 Zero 1 1", "'0' is no app id"},
@@ -94,7 +94,7 @@ TEST_F(catalogue_lines, feed_names_bad_lines_and_skips_them_whole)
     EXPECT_EQ(by_host("good.example"), 77777u);
 }
 
-TEST_F(catalogue_lines, feed_ships_apps_enough_that_host_names_alone_tell)
+TEST_F(feed_catalogue_lines, ships_apps_enough_that_host_names_alone_tell)
 {
     ASSERT_TRUE(read_apps(APPS_CONF, &apps, &complaints));
     EXPECT_TRUE(complaints.empty()) << complaints[0];
@@ -123,7 +123,7 @@ TEST_F(catalogue_lines, feed_ships_apps_enough_that_host_names_alone_tell)
     EXPECT_EQ(twice, rules.end()) << *twice;
 }
 
-TEST_F(catalogue_lines, feed_and_daemon_know_the_same_apps)
+TEST_F(feed_catalogue_lines, and_daemon_know_the_same_apps)
 {
     ASSERT_TRUE(read_apps(APPS_CONF, &apps, &complaints));
     FILE *made = popen(MAKE_CATALOGUE " " APPS_CONF, "r");

@@ -21,7 +21,7 @@ packet packet_of(const bytes &ip)
     return one;
 }
 
-struct hello_side : testing::Test {
+struct feed_hello_side : testing::Test {
     stream_budget budget;
 
     // What the reader says after these packets; it stops at the first that tells something.
@@ -60,7 +60,7 @@ bytes hex(const uint8_t *from, size_t size)
 
 } // namespace
 
-TEST_F(hello_side, feed_reads_a_hello_from_segments_in_any_order)
+TEST_F(feed_hello_side, reads_a_hello_from_segments_in_any_order)
 {
     constexpr uint32_t isn = 0xFFFFFE00; // the sequence number wraps within the hello
     bytes stream = tls_records(client_hello(film_host, {1200}), 700);
@@ -85,7 +85,7 @@ TEST_F(hello_side, feed_reads_a_hello_from_segments_in_any_order)
     EXPECT_EQ(budget.used, 0u);
 }
 
-TEST_F(hello_side, feed_tells_hellos_with_a_name_from_those_without)
+TEST_F(feed_hello_side, tells_hellos_with_a_name_from_those_without)
 {
     const struct {
         bytes stream;
@@ -128,7 +128,7 @@ TEST(feed_quic, keys_are_those_of_the_standards_examples)
     EXPECT_EQ(hex(keys.header_key.data(), 16), "45b95e15235d6f45a6b19cbcb0294ba9");
 }
 
-TEST_F(hello_side, feed_reads_quic_hellos_over_several_packets_in_any_order)
+TEST_F(feed_hello_side, reads_quic_hellos_over_several_packets_in_any_order)
 {
     const bytes id = "connection";
     bytes hello = client_hello(film_host, {1800}); // a post-quantum key share before the name
@@ -153,7 +153,7 @@ TEST_F(hello_side, feed_reads_quic_hellos_over_several_packets_in_any_order)
     }
 }
 
-TEST_F(hello_side, feed_survives_quic_that_is_none)
+TEST_F(feed_hello_side, survives_quic_that_is_none)
 {
     bytes hello = client_hello(film_host);
     bytes good = quic_initial(1, "connection", crypto_frame(hello, 0, hello.size()));

@@ -1,4 +1,4 @@
-// Stories: what a household does, packet by packet, and what the classifier says of it.
+// Stories: what a feed_household does, packet by packet, and what the classifier says of it.
 #include "feed/classifier.h"
 #include "tests/feed/spoken.h"
 
@@ -17,7 +17,7 @@ constexpr const char *some_apps =
     "3001 3 Films 300 60 films.example\n"
     "6001 6 Friends 150 15 friends.example also:buttons.friends.example not:ads.friends.example\n";
 
-struct household : testing::Test {
+struct feed_household : testing::Test {
     classifier_options options;
     std::vector<hit> hits;
     std::vector<flow_report> flows;
@@ -25,7 +25,7 @@ struct household : testing::Test {
     uint64_t now = evening;
     uint16_t port = 40000;
 
-    household() { read_lan("private", &options.lan); }
+    feed_household() { read_lan("private", &options.lan); }
     void start()
     {
         app_catalogue apps;
@@ -84,7 +84,7 @@ struct household : testing::Test {
 
 } // namespace
 
-TEST_F(household, feed_tells_a_film_from_its_start_to_its_pause)
+TEST_F(feed_household, tells_a_film_from_its_start_to_its_pause)
 {
     ends film = connect("www.films.example");
     receive(film, 250000); // 0 s: not enough yet
@@ -111,7 +111,7 @@ TEST_F(household, feed_tells_a_film_from_its_start_to_its_pause)
     EXPECT_GT(sum, 631000u);
 }
 
-TEST_F(household, feed_stays_silent_for_a_day_of_a_messengers_heartbeat)
+TEST_F(feed_household, stays_silent_for_a_day_of_a_messengers_heartbeat)
 {
     ends talk = connect("mqtt.talk.example");
     receive(talk, 6000);
@@ -125,7 +125,7 @@ TEST_F(household, feed_stays_silent_for_a_day_of_a_messengers_heartbeat)
     EXPECT_GT(classify->counters()[feed_bytes_told], 500000u);
 }
 
-TEST_F(household, feed_takes_no_share_button_for_a_visit)
+TEST_F(feed_household, takes_no_share_button_for_a_visit)
 {
     // A morning of news pages, each with the buttons of the network and its advertisements.
     for (int page = 0; page < 20; page++) {
@@ -144,7 +144,7 @@ TEST_F(household, feed_takes_no_share_button_for_a_visit)
     EXPECT_EQ(told(), "6001:m 6001:p");
 }
 
-TEST_F(household, feed_stays_silent_for_scans_and_for_the_lan)
+TEST_F(feed_household, stays_silent_for_scans_and_for_the_lan)
 {
     for (int i = 0; i < 3000; i++) {
         std::string victim = "198.51.100." + std::to_string(i % 250 + 1); // of a network that tells an app
@@ -169,7 +169,7 @@ TEST_F(household, feed_stays_silent_for_scans_and_for_the_lan)
     EXPECT_EQ(classify->counters()[feed_packets_local], 401u);
 }
 
-TEST_F(household, feed_goes_by_hello_then_dns_then_address)
+TEST_F(feed_household, goes_by_hello_then_dns_then_address)
 {
     const bytes answer =
         dns_message("cdn.films.example", {{"cdn.films.example", 5, "x.cloud.example"}, {"x.cloud.example", 1, server}});
@@ -198,7 +198,7 @@ TEST_F(household, feed_goes_by_hello_then_dns_then_address)
     EXPECT_EQ(flows[0].host, "www.friends.example");
 }
 
-TEST_F(household, feed_counts_ipv6_for_the_device_behind_the_link_address)
+TEST_F(feed_household, counts_ipv6_for_the_device_behind_the_link_address)
 {
     const char *v6 = "2001:db8:1::20", *v6_server = "2001:db8:ffff::5";
     show(udp_packet({phone, "192.168.1.1", 5000, 53}, "?"), 7); // its IPv4 address is seen within the LAN only
@@ -212,7 +212,7 @@ TEST_F(household, feed_counts_ipv6_for_the_device_behind_the_link_address)
     EXPECT_EQ(classify->counters()[feed_hits_not_told], 1u);
 }
 
-TEST_F(household, feed_keeps_a_device_from_pushing_out_the_others)
+TEST_F(feed_household, keeps_a_device_from_pushing_out_the_others)
 {
     options.most_flows = 64;
     options.most_inspections = 40;
@@ -230,7 +230,7 @@ TEST_F(household, feed_keeps_a_device_from_pushing_out_the_others)
     EXPECT_GT(classify->counters()[feed_flow_table_full], 19000u);
 }
 
-TEST_F(household, feed_takes_bytes_from_connection_tracking_where_packets_are_few)
+TEST_F(feed_household, takes_bytes_from_connection_tracking_where_packets_are_few)
 {
     options.count_packets = false;
     options.packets_shown = 12;
@@ -256,7 +256,7 @@ TEST_F(household, feed_takes_bytes_from_connection_tracking_where_packets_are_fe
     EXPECT_EQ(hits[0].down_bytes + hits[1].down_bytes, 400000u);
 }
 
-TEST_F(household, feed_goes_on_when_clocks_jump)
+TEST_F(feed_household, goes_on_when_clocks_jump)
 {
     ends film = connect("www.films.example");
     receive(film, 400000);
