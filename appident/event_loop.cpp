@@ -10,8 +10,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/netlink.h>
 #include <linux/sock_diag.h>
-#include <netlink/msg.h>
 #include <string.h>
 #include <sys/select.h>
 #include <time.h>
@@ -23,34 +23,12 @@ constexpr int drain_limit = 64; // messages before the next select
 constexpr unsigned turns_until_look = 8;
 constexpr int wait_seconds = 5;
 
-heap_ptr<char> message_buffer()
+heap_ptr<unsigned char> message_buffer()
 {
-    heap_ptr<char> buffer(static_cast<char *>(malloc(message_room)));
+    heap_ptr<unsigned char> buffer(static_cast<unsigned char *>(malloc(message_room)));
     if (!buffer)
         count(counter_no_memory);
     return buffer;
-}
-
-int dispatch_traffic_message(char *buffer, ssize_t length)
-{
-    auto *message = reinterpret_cast<nlmsghdr *>(buffer);
-    count(counter_traffic_messages);
-    if (length <= nlmsg_total_size(sizeof(u32)) || message->nlmsg_len > static_cast<size_t>(length)) {
-        count(counter_traffic_short);
-        return -1;
-    }
-    message->nlmsg_type &= 0xFF;
-    if (message->nlmsg_type != IPCTNL_MSG_CT_DPI_ACCT) {
-        count(counter_traffic_other);
-        return -1;
-    }
-    app_data decoded = {};
-    int result = process_app_acct_message(message, &decoded);
-    if (result != 0)
-        count(counter_traffic_undecodable);
-    // What was decoded goes on whatever the result: the tracking drops what it cannot use.
-    handle_app_ident_event(&decoded);
-    return result;
 }
 
 // Takes what is queued, up to the limit: select for each message would cost more than reading it, and traffic goes before
@@ -59,7 +37,7 @@ int dispatch_traffic_message(char *buffer, ssize_t length)
 void drain_traffic(int fd)
 {
     static unsigned single_turns = 0;
-    heap_ptr<char> buffer = message_buffer();
+    heap_ptr<unsigned char> buffer = message_buffer();
     if (!buffer)
         return;
     int limit = single_turns % turns_until_look == 0 ? drain_limit : 1;
@@ -92,7 +70,7 @@ void note_lost_messages(int fd)
         set_counter(counter_traffic_lost, memory[SK_MEMINFO_DROPS]);
 }
 
-bool dispatch_host_message(const char *buffer, int length)
+bool dispatch_host_message(const unsigned char *buffer, int length)
 {
     // The two bytes behind the MAC are padding and may be missing.
     constexpr int needed = static_cast<int>(offsetof(nlk_host_msg, mac)) + 6;
@@ -106,7 +84,7 @@ bool dispatch_host_message(const char *buffer, int length)
     return true;
 }
 
-bool dispatch_system_message(const char *buffer, int length)
+bool dispatch_system_message(const unsigned char *buffer, int length)
 {
     constexpr int needed = static_cast<int>(offsetof(nlk_sys_msg, msg) + offsetof(sys_msg_appident, ruleid) + sizeof(u32));
     const auto *comm = reinterpret_cast<const igd_nlk_comm *>(buffer);
@@ -120,7 +98,7 @@ bool dispatch_system_message(const char *buffer, int length)
     return true;
 }
 
-bool dispatch_router_message(const char *buffer, int length)
+bool dispatch_router_message(const unsigned char *buffer, int length)
 {
     if (length < static_cast<int>(sizeof(igd_nlk_comm)))
         return false;
@@ -152,9 +130,32 @@ bool is_ready(const wait_set &set, int fd)
 
 } // namespace
 
+int dispatch_traffic_message(unsigned char *buffer, ssize_t length)
+{
+    auto *message = reinterpret_cast<nlmsghdr *>(buffer);
+    count(counter_traffic_messages);
+    constexpr ssize_t family_header = sizeof(u32);
+    if (length <= static_cast<ssize_t>(NLMSG_SPACE(family_header)) || message->nlmsg_len > static_cast<size_t>(length)) {
+        count(counter_traffic_short);
+        return -1;
+    }
+    message->nlmsg_type &= 0xFF;
+    if (message->nlmsg_type != IPCTNL_MSG_CT_DPI_ACCT) {
+        count(counter_traffic_other);
+        return -1;
+    }
+    app_data decoded = {};
+    int result = process_app_acct_message(message, &decoded);
+    if (result != 0)
+        count(counter_traffic_undecodable);
+    // What was decoded goes on whatever the result: the tracking drops what it cannot use.
+    handle_app_ident_event(&decoded);
+    return result;
+}
+
 int handle_traffic_event(int fd)
 {
-    heap_ptr<char> buffer = message_buffer();
+    heap_ptr<unsigned char> buffer = message_buffer();
     if (!buffer)
         return -1;
     return dispatch_traffic_message(buffer.get(), read(fd, buffer.get(), message_room));
@@ -162,7 +163,7 @@ int handle_traffic_event(int fd)
 
 int handle_igd_msg(igd_netlink_handler *h)
 {
-    heap_ptr<char> buffer = message_buffer();
+    heap_ptr<unsigned char> buffer = message_buffer();
     if (!buffer)
         return -1;
     int length = nlk_msg_recv(h, buffer.get(), message_room);

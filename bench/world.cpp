@@ -4,12 +4,8 @@
 #include "tests/kit/kernel_messages.h"
 #include "tests/kit/private_network.h"
 
-#include <arpa/inet.h>
 #include <filesystem>
 #include <fstream>
-#include <linux/netfilter/nfnetlink.h>
-#include <netlink/attr.h>
-#include <netlink/msg.h>
 #include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,7 +13,6 @@
 
 namespace {
 
-constexpr u32 accounting_type = NFNL_SUBSYS_CTNETLINK << 8 | 11;
 constexpr u32 rule = 4711;
 
 void check(bool done, const char *what)
@@ -57,22 +52,6 @@ void write_limits(const std::string &mac)
          << "\"alipay\":1,\"qqpay\":1,\"applepay\":1}}";
 }
 
-void put_tuple(nl_msg *to, int type, const std::string &from, const std::string &dest)
-{
-    nlattr *tuple = nla_nest_start(to, type);
-    nlattr *part = nla_nest_start(to, 1);
-    nla_put_u32(to, 1, inet_addr(from.c_str()));
-    nla_put_u32(to, 2, inet_addr(dest.c_str()));
-    nla_nest_end(to, part);
-    part = nla_nest_start(to, 2);
-    nla_put_u8(to, 1, IPPROTO_TCP);
-    nla_nest_end(to, part);
-    part = nla_nest_start(to, 3);
-    nla_put_u32(to, 26, 1400);
-    nla_nest_end(to, part);
-    nla_nest_end(to, tuple);
-}
-
 } // namespace
 
 void make_world(u32 devices, const std::string &daemon_path)
@@ -93,20 +72,8 @@ void make_world(u32 devices, const std::string &daemon_path)
 
 message hit(u32 device, u32 app, hit_kind kind)
 {
-    nl_msg *built = nlmsg_alloc();
-    check(built != nullptr, "memory");
-    nlmsg_put(built, 0, 0, accounting_type, 0, 0);
-    nfgenmsg family = {AF_INET, NFNETLINK_V0, 0};
-    nlmsg_append(built, &family, sizeof(family), NLMSG_ALIGNTO);
-    put_tuple(built, 1, address_of(device), "203.0.113.9");
-    put_tuple(built, 2, "203.0.113.9", address_of(device));
-    nla_put_u32(built, 27, application_word(app));
-    nla_put_u32(built, 28, kind == starting ? rule | start_mark : rule);
-    nla_put_u32(built, 29, 3);
-    const auto *bytes = reinterpret_cast<const unsigned char *>(nlmsg_hdr(built));
-    message whole(bytes, bytes + nlmsg_hdr(built)->nlmsg_len);
-    nlmsg_free(built);
-    return whole;
+    return accounting_message(
+        {application_word(app), kind == starting ? rule | start_mark : rule, 3, address_of(device), "203.0.113.9", 1400, 1400});
 }
 
 int open_sender()

@@ -14,7 +14,7 @@ constexpr u32 first_app = 1000;  // 300 to 303 are payments
 // neighbour entry and limits in all five classes. Exits after saying on standard error what is missing.
 void make_world(u32 devices, const std::string &daemon_path);
 
-// Netlink bytes of one accounting message, 140 of them.
+// Netlink bytes of one accounting message.
 using message = std::vector<unsigned char>;
 enum hit_kind { continuing, starting };
 message hit(u32 device, u32 app, hit_kind kind);

@@ -26,6 +26,7 @@ constexpr const char *counters_path = "/tmp/.appident.counters";
     row(hits_unknown_device, part,    "dropped: device not tracked") \
     row(hits_tracked,        part,    "recorded") \
     row(app_table_full,      part,    "dropped: the device's app table was full") \
+    row(rules_not_kept,      part,    "rules beyond a session's 1,024, not kept") \
     row(last_hit_time,       instant, "last recorded") \
     row(router_messages,     total,   "router messages (devices, payment apps)") \
     row(router_ignored,      part,    "ignored: short or of another kind") \

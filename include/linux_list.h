@@ -5,12 +5,16 @@
 #ifndef LINUX_LIST_H
 #define LINUX_LIST_H
 
+#include <atomic>
 #include <cstddef>
 
 struct list_head {
     list_head *next;
     list_head *prev;
 };
+
+// Removals from all lists so far: who keeps a table beside a list learns from it that a record may be gone.
+inline std::atomic<unsigned> list_removals{0};
 
 inline void INIT_LIST_HEAD(list_head *head)
 {
@@ -39,6 +43,7 @@ inline void list_del(list_head *node)
     node->next->prev = node->prev;
     node->next = nullptr;
     node->prev = nullptr;
+    list_removals.fetch_add(1, std::memory_order_relaxed);
 }
 
 // The record of the given type whose member is the node.

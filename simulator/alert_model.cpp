@@ -1,5 +1,7 @@
 #include "simulator/alert_model.h"
 
+#include "common/accounting_format.h"
+
 #include <algorithm>
 
 namespace {
@@ -54,14 +56,13 @@ void raise_study_alerts(device_model &device, moment now, std::vector<outcome> &
     }
 }
 
-// A rule with the major bit says how many rules make a payment: itself alone, or itself and others beside it.
+// A rule with the start mark, a major one, says how many rules make a payment: itself alone, or itself and others beside it.
 bool is_payment(const std::vector<std::pair<u32, moment>> &rules)
 {
-    constexpr u32 major_bit = 0x1000000;
     u32 needed = 0, majors = 0;
     for (const auto &[rule, when] : rules) {
-        majors += (rule & major_bit) != 0;
-        if ((rule & major_bit) && needed == 0)
+        majors += (rule & start_mark) != 0;
+        if ((rule & start_mark) && needed == 0)
             needed = rule >> 16 & 0xFF;
     }
     bool mixed = majors > 0 && majors < rules.size();

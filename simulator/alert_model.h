@@ -4,9 +4,8 @@
 
 #include "simulator/session_model.h"
 
-// The payment service whose accounting flows are counted, and the bit that starts a use.
+// The payment service whose accounting flows are counted.
 constexpr u32 counted_payment_service = 300;
-constexpr u32 start_of_use = 0x1000000;
 inline bool is_payment_flow(u32 app)
 {
     return app >= counted_payment_service && app <= counted_payment_service + 3;

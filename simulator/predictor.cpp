@@ -3,6 +3,8 @@
 #include "simulator/alert_model.h"
 #include "simulator/session_model.h"
 
+#include "common/accounting_format.h"
+
 #include <algorithm>
 #include <set>
 #include <tuple>
@@ -91,7 +93,7 @@ void take_step(household_model &model, const step &action, moment now)
         return;
     wake(model, device, now);
     if (action.kind == step_hit)
-        model_hit(device, action.app, (action.rule & start_of_use) != 0, now, model.out);
+        model_hit(device, action.app, (action.rule & start_mark) != 0, now, model.out);
     else
         note_payment_rule(model.payments[static_cast<size_t>(action.device)], action.app, action.rule, now);
 }

@@ -19,10 +19,9 @@ template <typename record> void free_list(list_head *head)
 {
     if (!head || !head->next) // a record that was only zeroed has no list yet
         return;
-    list_for_each_safe(node, next, head) {
-        list_del(node);
+    list_for_each_safe(node, next, head)
         free(list_entry(node, record, node));
-    }
+    INIT_LIST_HEAD(head);
 }
 
 void init_app(app_ident_record &app)

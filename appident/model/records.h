@@ -31,26 +31,6 @@ constexpr int minutes_in_window = 3;
 // Values of device_state.
 enum : int { device_listed = -1, device_offline = 0, device_active = 1 };
 
-// Fields of the packed application word.
-constexpr u32 word_app_id(u32 word)
-{
-    return (word & 0x7FFF8000u) >> 15;
-}
-constexpr u32 word_behavior(u32 word)
-{
-    return (word & 0x7F80u) >> 7;
-}
-constexpr u32 word_platform(u32 word)
-{
-    return (word & 0x70u) >> 4;
-}
-constexpr u32 word_vendor(u32 word)
-{
-    return word & 0xFu;
-}
-// Only words of this vendor count.
-constexpr u32 our_vendor = 1;
-
 // One minute of one app.
 struct hit_record {
     u32 hit_times;

@@ -10,9 +10,15 @@ void add_rule_record(app_ident_record *app, app_data *ad)
 {
     if (!app || !ad)
         return;
+    int kept = 0;
     list_for_each(node, &app->rule_list_head) {
         if (list_entry(node, rule_record, node)->rule_id == ad->ruleid)
             return;
+        kept++;
+    }
+    if (kept >= rules_per_session) {
+        count(counter_rules_not_kept);
+        return;
     }
     auto *rule = static_cast<rule_record *>(calloc(1, sizeof(rule_record)));
     if (!rule) {

@@ -3,6 +3,7 @@
 #include "appident/model/bounded_text.h"
 #include "appident/model/payment_types.h"
 #include "appident/pushes/push_channel.h"
+#include "common/accounting_format.h"
 #include "common/counters.h"
 #include "common/log.h"
 
@@ -18,7 +19,7 @@ constexpr size_t rule_text_size = 1024;
 
 constexpr bool is_major_rule(u32 rule_id)
 {
-    return (rule_id & 0x1000000u) != 0;
+    return (rule_id & start_mark) != 0;
 }
 
 // How many rule hits make the payment that a major rule belongs to.

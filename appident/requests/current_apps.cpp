@@ -1,5 +1,6 @@
 #include "appident/requests/current_apps.h"
 
+#include "appident/model/device_list.h"
 #include "appident/model/records.h"
 #include "appident/model/session_time.h"
 #include "appident/pushes/push_channel.h"
@@ -18,12 +19,10 @@ constexpr u32 loose_minutes = 1;
 
 const device_record *find_active_device(const char *mac_str)
 {
-    list_for_each(node, &device_apps_head) {
-        const device_record *dev = device_of(node);
-        if (dev->device_state == device_active && strcmp(dev->mac, mac_str) == 0)
-            return dev;
-    }
-    return nullptr;
+    device_record *dev = tracked_device(mac_str);
+    while (dev && dev->device_state != device_active)
+        dev = next_of_same_mac(dev);
+    return dev;
 }
 
 bool is_listed_app(const app_ident_record &app, u32 least_minutes)

@@ -1,6 +1,6 @@
 #include "appident/requests/settings_requests.h"
 
-#include "appident/model/device_index.h"
+#include "appident/model/device_list.h"
 #include "appident/model/payment_types.h"
 #include "appident/router/device_service.h"
 #include "appident/settings/config_file.h"

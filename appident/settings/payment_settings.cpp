@@ -1,5 +1,6 @@
 #include "appident/settings/payment_settings.h"
 
+#include "appident/model/device_list.h"
 #include "appident/model/payment_types.h"
 #include "appident/router/device_service.h"
 #include "appident/settings/config_file.h"
@@ -60,9 +61,8 @@ void apply_stored(device_record *dev, const cJSON *payment)
 
 void switch_record(const char *mac_str, const pay_switches &wanted)
 {
-    list_for_each(node, &device_apps_head) {
-        device_record *dev = device_of(node);
-        if (dev->device_state == device_listed || strcmp(dev->mac, mac_str) != 0)
+    for (device_record *dev = tracked_device(mac_str); dev; dev = next_of_same_mac(dev)) {
+        if (dev->device_state == device_listed)
             continue;
         dev->payment_onoff = static_cast<uint8_t>(wanted.enable);
         for (int slot = 0; slot < payment_types; ++slot)

@@ -1,8 +1,9 @@
 #include "appident/tracking/app_actions.h"
 
-#include "appident/model/device_index.h"
+#include "appident/model/device_list.h"
 #include "appident/pushes/payment.h"
 #include "appident/tracking/device_registry.h"
+#include "common/accounting_format.h"
 #include "common/guards.h"
 #include "common/log.h"
 #include "common/sec_plg_common.h"

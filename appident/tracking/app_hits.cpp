@@ -1,25 +1,25 @@
 #include "appident/tracking/app_hits.h"
 
-#include "appident/model/device_index.h"
+#include "appident/model/app_slots.h"
+#include "appident/model/device_list.h"
 #include "appident/model/rule_list.h"
 #include "appident/pushes/payment.h"
 #include "appident/pushes/push_alerts.h"
 #include "appident/pushes/push_presence.h"
 #include "appident/tracking/device_registry.h"
 #include "appident/tracking/sessions.h"
+#include "common/accounting_format.h"
+#include "common/address_text.h"
 #include "common/counters.h"
 #include "common/guards.h"
 #include "common/log.h"
 #include "igd/igd_lib.h"
 
-#include <arpa/inet.h>
 #include <sys/time.h>
 #include <time.h>
 
 namespace {
 
-// A hit whose rule id carries this bit may open a session.
-constexpr u32 start_mark = 0x1000000;
 // The app whose behaviour is reported as status 2.
 constexpr u32 behavior_app = 8;
 constexpr u32 game_class = 1;
@@ -95,7 +95,7 @@ void open_new_app(device_record *dev, int slot, app_data *ad)
 {
     app_ident_record *app = &dev->apps[slot];
     app->app_id = word_app_id(ad->appid);
-    index_app_slot(dev, slot);
+    note_app_slot(dev, slot);
     app->app_state = APP_UNUSED;
     open_sessions(*app, *ad, wall_clock());
     push_online_app(*dev, slot);
@@ -164,18 +164,18 @@ void restart_app(device_record *dev, int slot, app_data *ad)
     add_rule_record(app, ad);
 }
 
-void track_hit(const char *mac_str, in_addr address, app_data *ad, u32 now)
+void track_hit(const unsigned char *mac, u32 address, app_data *ad, u32 now)
 {
     mutex_guard locked(device_apps_mtx);
-    device_record *dev = look_up_device(mac_str);
+    device_record *dev = tracked_device(mac);
     if (!dev) {
         count(counter_hits_unknown_device);
         return;
     }
     if (dev->device_state == device_listed) {
-        unsigned char mac[6] = {};
-        get_mac_by_ip(address.s_addr, mac);
-        activate_device(dev, ad->req_src_ip, mac);
+        unsigned char mac_bytes[6] = {};
+        get_mac_by_ip(address, mac_bytes);
+        activate_device(dev, ad->req_src_ip, mac_bytes);
     } else if (dev->device_state == device_offline) {
         activate_device(dev, ad->req_src_ip, dev->mac_bytes);
     }
@@ -200,9 +200,9 @@ void handle_app_ident_event(app_data *ad)
         count_payment_flow(app_id);
         return;
     }
-    in_addr address = {};
-    char mac_str[mac_text_size] = "";
-    if (!inet_aton(ad->req_src_ip, &address) || !get_mac_str_by_ip(address.s_addr, mac_str, sizeof(mac_str))) {
+    u32 address = read_address_text(ad->req_src_ip);
+    unsigned char mac[6] = {};
+    if (get_mac_by_ip(address, mac) != 0) {
         count(counter_hits_unknown_mac);
         return;
     }
@@ -212,7 +212,7 @@ void handle_app_ident_event(app_data *ad)
         count(counter_hits_clock_unset);
         return;
     }
-    track_hit(mac_str, address, ad, static_cast<u32>(now.tv_sec));
+    track_hit(mac, address, ad, static_cast<u32>(now.tv_sec));
 }
 
 void add_app_record(device_record *dev, app_data *ad)

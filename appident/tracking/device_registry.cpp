@@ -1,6 +1,6 @@
 #include "appident/tracking/device_registry.h"
 
-#include "appident/model/device_index.h"
+#include "appident/model/device_list.h"
 #include "appident/pushes/push_history.h"
 #include "appident/router/device_service.h"
 #include "appident/settings/payment_settings.h"
@@ -97,10 +97,9 @@ void end_device(device_record *rec)
 void device_went_offline(const char *mac_str)
 {
     mutex_guard locked(device_apps_mtx);
-    list_for_each_safe(node, next, &device_apps_head) {
-        device_record *rec = device_of(node);
-        if (strcmp(rec->mac, mac_str) != 0)
-            continue;
+    device_record *next = nullptr;
+    for (device_record *rec = tracked_device(mac_str); rec; rec = next) {
+        next = next_of_same_mac(rec);
         if (rec->device_state == device_active) {
             end_device(rec);
             remove_device(rec);
@@ -161,17 +160,6 @@ void add_device_record_to_tail(const char *mac_str)
     int role = get_device_role(mac_str);
     link_locked(rec);
     url_check_log(0, "[appident] add _ online role:%d mac:%s", role, mac_str);
-}
-
-void link_device(device_record *rec)
-{
-    list_add_tail(&rec->node, &device_apps_head);
-}
-
-void remove_device(device_record *rec)
-{
-    list_del(&rec->node);
-    free_device_record(rec);
 }
 
 void activate_device(device_record *rec, const char *ip_text, const unsigned char *mac_bytes)

@@ -13,10 +13,6 @@ void handle_device_action(int action, struct in_addr *addr, const unsigned char 
 // Makes sure that a device which got its first settings is tracked. Takes the lock.
 void add_device_record_to_tail(const char *mac_str);
 
-// Links a record at the tail / unlinks and frees one with all it holds. The lock is held.
-void link_device(device_record *rec);
-void remove_device(device_record *rec);
-
 // First traffic or payment event of a device: marks it active, notes its address, loads its settings; role and MAC bytes are
 // taken afresh only when it was never seen before. The lock is held.
 void activate_device(device_record *rec, const char *ip_text, const unsigned char *mac_bytes);

@@ -1,5 +1,6 @@
 #include "appident/tracking/offline.h"
 
+#include "appident/model/device_list.h"
 #include "appident/model/session_time.h"
 #include "appident/pushes/push_history.h"
 #include "appident/pushes/push_presence.h"

@@ -1,5 +1,6 @@
 #include "appident/tracking/tick.h"
 
+#include "appident/model/device_list.h"
 #include "appident/model/records.h"
 #include "appident/pushes/push_alerts.h"
 #include "appident/pushes/push_channel.h"
@@ -134,6 +135,7 @@ void run_tick(tick_state &state)
     gettimeofday(&clock, nullptr);
     u32 now = static_cast<u32>(clock.tv_sec);
     local_time at = local_time_of(clock.tv_sec);
+    forget_absent_devices();
     run_day_end_passes(state, at);
     step_cache_hit_record();
     close_silent_sessions(at);

@@ -1,5 +1,6 @@
 #include "tests/kit/kernel_messages.h"
 
+#include "common/accounting_message.h"
 #include "common/guards.h"
 #include "common/mac_text.h"
 
@@ -16,12 +17,6 @@
 
 namespace {
 
-enum { msg_dpi_accounting = 11 };
-// Attribute types: of the message, of a tuple, and inside a tuple's parts.
-enum { cta_tuple_orig = 1, cta_tuple_reply = 2, cta_app_id = 27, cta_rule_id = 28, cta_upper_limit = 29 };
-enum { cta_tuple_ip = 1, cta_tuple_proto = 2, cta_tuple_acct = 3, cta_dpi_acct = 26 };
-enum { cta_ip_src = 1, cta_ip_dst = 2, cta_proto_num = 1, cta_proto_src_port = 2, cta_proto_dst_port = 3 };
-
 using message_ptr = std::unique_ptr<nl_msg, released_by<nlmsg_free>>;
 
 void put_tuple(nl_msg *message, int type, const std::string &from, const std::string &to, bool outward, u32 bytes)
@@ -29,8 +24,8 @@ void put_tuple(nl_msg *message, int type, const std::string &from, const std::st
     constexpr uint16_t device_port = 51000, service_port = 443;
     nlattr *tuple = nla_nest_start(message, type);
     nlattr *part = nla_nest_start(message, cta_tuple_ip);
-    nla_put_u32(message, cta_ip_src, inet_addr(from.c_str()));
-    nla_put_u32(message, cta_ip_dst, inet_addr(to.c_str()));
+    nla_put_u32(message, cta_ip_v4_src, inet_addr(from.c_str()));
+    nla_put_u32(message, cta_ip_v4_dst, inet_addr(to.c_str()));
     nla_nest_end(message, part);
     part = nla_nest_start(message, cta_tuple_proto);
     nla_put_u8(message, cta_proto_num, IPPROTO_TCP);
@@ -55,12 +50,6 @@ igd_nlk_comm header(int action, int gid, int mid)
 
 } // namespace
 
-u32 application_word(u32 app, u32 behavior)
-{
-    constexpr u32 our_vendor = 1;
-    return app << 15 | behavior << 7 | our_vendor;
-}
-
 bool mac_from_text(const std::string &text, unsigned char *mac)
 {
     unsigned char bytes[6];
@@ -73,7 +62,7 @@ bool mac_from_text(const std::string &text, unsigned char *mac)
 std::vector<unsigned char> accounting_message(const accounting &flow)
 {
     message_ptr message(nlmsg_alloc());
-    nlmsg_put(message.get(), 0, 0, NFNL_SUBSYS_CTNETLINK << 8 | msg_dpi_accounting, 0, 0);
+    nlmsg_put(message.get(), 0, 0, NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_DPI_ACCT, 0, 0);
     nfgenmsg family = {AF_INET, NFNETLINK_V0, 0};
     nlmsg_append(message.get(), &family, sizeof family, NLMSG_ALIGNTO);
     put_tuple(message.get(), cta_tuple_orig, flow.device_ip, flow.remote_ip, true, flow.up);

@@ -4,16 +4,11 @@
 #ifndef TESTS_KIT_KERNEL_MESSAGES_H
 #define TESTS_KIT_KERNEL_MESSAGES_H
 
+#include "common/accounting_format.h"
 #include "igd/igd_netlink.h"
 
 #include <string>
 #include <vector>
-
-// Bit of a rule id that marks the first message of a use.
-constexpr u32 start_mark = 0x1000000;
-
-// The packed application word of an app of our vendor.
-u32 application_word(u32 app, u32 behavior = 0);
 
 struct accounting {
     u32 word, rule, upper_limit;

@@ -4,7 +4,8 @@
 #include "tests/kit/private_network.h"
 
 #include "appident/app_ident.h"
-#include "appident/model/device_index.h"
+#include "appident/model/app_slots.h"
+#include "appident/model/device_list.h"
 #include "appident/router/traffic_socket.h"
 #include "common/counters.h"
 #include "common/guards.h"

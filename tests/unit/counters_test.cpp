@@ -73,6 +73,13 @@ TEST_F(counters, count_what_their_names_say)
              for (u32 i = 0; i < apps_per_device; ++i)
                  say(app_word(1000 + i), tablet.ip);
          }},
+        {"rules_not_kept", "rules beyond",
+         [&] {
+             say(app_word(1000), tablet.ip);
+             app_data hit = {};
+             for (hit.ruleid = 100; hit.ruleid < 100 + 1024; ++hit.ruleid)
+                 add_rule_record(app(1000), &hit);
+         }},
         {"last_hit_time", "last recorded", [&] { set_clock(evening + 5), say(app_word(7), tablet.ip); }},
         {"router_messages", "router messages", [&] { feed_router(host_message(0, tablet.mac)); }},
         {"router_ignored", "ignored", [&] { feed_router(host_message(1, tablet.mac)); }},

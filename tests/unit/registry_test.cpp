@@ -119,27 +119,6 @@ TEST_F(registry, a_role_taken_away)
     EXPECT_EQ(stored(), "");
 }
 
-TEST_F(registry, records_that_others_link_and_remove)
-{
-    arrive(phone);
-    know(tablet);
-    for (int round = 0; round < 2; ++round) { // at the end of the list, and in its middle
-        hit(5, start);
-        EXPECT_EQ(app(5, phone), nullptr) << "nobody's, a moment before it is linked";
-        device_record *dev = allocate_device_record(tablet.mac);
-        list_add_tail(&dev->node, &device_apps_head);
-        hit(5, start);
-        EXPECT_EQ(dev->apps[0].app_id, 5u);
-        if (round > 0)
-            arrive(laptop);
-        snprintf(dev->mac, sizeof dev->mac, "another");
-        hit(7, start);
-        EXPECT_EQ(dev->apps[1].app_id, 0u);
-        list_del(&dev->node);
-        free_device_record(dev);
-    }
-}
-
 TEST_F(registry, a_record_that_was_only_zeroed)
 {
     know(tablet);
