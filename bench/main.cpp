@@ -73,10 +73,17 @@ template <typename report_type> report_type wait_for(child measured)
     return report;
 }
 
-void print_costs(const char *name, u32 devices, const turn_costs &costs, double goal)
+void print_goal(double goal)
 {
-    printf("%-8s %8u %9.0f %9.0f %7.2f", name, devices, costs.bare, costs.turn, costs.ratio);
-    goal > 0 ? printf(" %7.2f", goal) : printf(" %7s", "-");
+    goal > 0 ? printf(" %5.2f", goal) : printf(" %5s", "-");
+}
+
+void print_costs(const char *name, u32 devices, const turn_costs &costs, double bare_goal, double peer_goal)
+{
+    printf("%-8s %8u %9.0f %9.0f %9.0f %6.2f", name, devices, costs.bare, costs.turn, costs.peer, costs.turn_to_bare);
+    print_goal(bare_goal);
+    printf(" %9.2f", costs.turn_to_peer);
+    print_goal(peer_goal);
     printf(" %14.2f\n", costs.turn_switches);
 }
 
@@ -93,7 +100,7 @@ void print_tick(const char *name, u32 devices, const tick_cost &cost)
 void measure_busy(const options &given)
 {
     constexpr u32 household_sizes[] = {1, 32, 250};
-    constexpr double queued_goals[] = {0, 0.65, 0.85}, waited_goals[] = {0, 1.15, 1.35};
+    constexpr double queued_goals[] = {0, 0.65, 0.85}, waited_goals[] = {0, 1.15, 1.35}, peer_goals[] = {0, 1 / 3.0, 0.5};
     busy_report reports[3];
     for (int i = 0; i < 3; i++)
         reports[i] = wait_for<busy_report>(run_apart([&] {
@@ -103,15 +110,15 @@ void measure_busy(const options &given)
         }));
     printf("A message of %zu bytes, %u apps of each device in use (medians of %d rounds)\n",
            hit(0, first_app, continuing).size(), apps_in_use, given.rounds);
-    printf("mode      devices   c in ns   t in ns     t/c    goal   waits/message\n");
+    printf("mode      devices   c in ns   t in ns   p in ns    t/c  goal       t/p  goal   waits/message\n");
     for (int i = 0; i < 3; i++)
-        print_costs("queued", reports[i].turns.devices, reports[i].turns.queued, queued_goals[i]);
+        print_costs("queued", reports[i].turns.devices, reports[i].turns.queued, queued_goals[i], peer_goals[i]);
     for (int i = 0; i < 3; i++)
-        print_costs("waiting", reports[i].turns.devices, reports[i].turns.waited, waited_goals[i]);
+        print_costs("waiting", reports[i].turns.devices, reports[i].turns.waited, waited_goals[i], 0);
     for (const busy_report &report : reports)
-        if (report.turns.tracked_of_10000 != 10000)
-            printf("! of 10,000 hits with %u devices only %u were tracked\n", report.turns.devices,
-                   report.turns.tracked_of_10000);
+        if (report.turns.tracked_of_10000 != 10000 || report.turns.peer_of_10000 != 10000)
+            printf("! of 10,000 hits with %u devices only %u were tracked, and only %u decoded by the peer\n",
+                   report.turns.devices, report.turns.tracked_of_10000, report.turns.peer_of_10000);
     printf("\nA periodic pass with all these apps in use\npass        devices  microseconds   platform calls\n");
     for (const busy_report &report : reports) {
         print_tick("plain", report.turns.devices, report.ticks.plain);

@@ -2,6 +2,7 @@
 
 #include "appident/app_ident.h"
 #include "appident/router/traffic_socket.h"
+#include "bench/peer.h"
 #include "bench/world.h"
 #include "common/counters.h"
 #include "common/log.h"
@@ -28,7 +29,7 @@
 
 namespace {
 
-constexpr u32 daemon_group = 2, bare_group = 3; // of connection tracking; the daemon does not join 3
+constexpr u32 daemon_group = 2, bare_group = 3, peer_group = 4; // of connection tracking; the daemon joins neither 3 nor 4
 constexpr u32 queued_burst = 4000, waited_burst = 1500;
 
 struct receiver {
@@ -37,7 +38,8 @@ struct receiver {
     std::atomic<pid_t> thread{0};
     std::atomic<clockid_t> clock{0};
 };
-receiver bare, daemon_turn;
+receiver bare, daemon_turn, peer;
+nl_sock *peer_socket;
 igd_netlink_handler channel;
 int request_fd;
 
@@ -51,19 +53,26 @@ void introduce(receiver &self, const char *name)
     self.thread = static_cast<pid_t>(syscall(SYS_gettid));
 }
 
+// As a loop waits that also serves the channel and requests.
+void wait_for_message(const receiver &self)
+{
+    fd_set set;
+    timeval timeout;
+    do {
+        FD_ZERO(&set);
+        FD_SET(self.fd, &set);
+        FD_SET(channel.sock_fd, &set);
+        FD_SET(request_fd, &set);
+        timeout = {5, 0};
+    } while (select(std::max({self.fd, channel.sock_fd, request_fd}) + 1, &set, nullptr, nullptr, &timeout) <= 0 ||
+             !FD_ISSET(self.fd, &set));
+}
+
 void receive_bare()
 {
     introduce(bare, "bare");
     for (;;) {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(bare.fd, &set);
-        FD_SET(channel.sock_fd, &set);
-        FD_SET(request_fd, &set);
-        timeval timeout = {5, 0};
-        int highest = std::max({bare.fd, channel.sock_fd, request_fd});
-        if (select(highest + 1, &set, nullptr, nullptr, &timeout) <= 0 || !FD_ISSET(bare.fd, &set))
-            continue;
+        wait_for_message(bare);
         void *volatile buffer = malloc(8192);
         if (read(bare.fd, buffer, 8192) < 0)
             perror("read");
@@ -77,16 +86,25 @@ void receive_as_daemon()
     serve_events(daemon_turn.fd, &channel, request_fd);
 }
 
-int open_bare_socket()
+void receive_as_peer()
+{
+    introduce(peer, "peer");
+    for (;;) {
+        wait_for_message(peer);
+        receive_the_usual_way(peer_socket);
+    }
+}
+
+nl_sock *open_socket(u32 group)
 {
     nl_sock *socket = nltool_alloc_handle();
     int size = 4 * 1024 * 1024;
-    if (!socket || nl_connect(socket, NETLINK_NETFILTER) < 0 || nl_socket_add_membership(socket, bare_group) < 0 ||
+    if (!socket || nl_connect(socket, NETLINK_NETFILTER) < 0 || nl_socket_add_membership(socket, static_cast<int>(group)) < 0 ||
         setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0) {
-        perror("the bare socket");
+        perror("a netlink socket");
         _exit(1);
     }
-    return nl_socket_get_fd(socket);
+    return socket;
 }
 
 double time_used(const receiver &of)
@@ -163,18 +181,21 @@ double median(std::vector<double> of)
 
 turn_costs compare(int sender, const std::vector<message> &messages, bool queued, int rounds)
 {
-    std::vector<double> bares, turns, ratios, waits;
+    std::vector<double> bares, turns, peers, ratios, peer_ratios, waits;
     for (int round = -2; round < rounds; round++) { // two to warm up
         cost c = time_burst(bare, sender, messages, queued);
         cost t = time_burst(daemon_turn, sender, messages, queued);
+        cost p = time_burst(peer, sender, messages, queued);
         if (round < 0)
             continue;
         bares.push_back(c.nanoseconds);
         turns.push_back(t.nanoseconds);
+        peers.push_back(p.nanoseconds);
         ratios.push_back(t.nanoseconds / c.nanoseconds);
+        peer_ratios.push_back(t.nanoseconds / p.nanoseconds);
         waits.push_back(t.waits);
     }
-    return {median(bares), median(turns), median(ratios), median(waits)};
+    return {median(bares), median(turns), median(peers), median(ratios), median(peer_ratios), median(waits)};
 }
 
 void start_daemon_parts()
@@ -186,8 +207,12 @@ void start_daemon_parts()
     __nlk_msg_init(&channel, 176, 0, 0);
     daemon_turn.fd = open_traffic_socket();
     daemon_turn.group = daemon_group;
-    bare.fd = open_bare_socket();
+    bare.fd = nl_socket_get_fd(open_socket(bare_group));
     bare.group = bare_group;
+    peer_socket = open_socket(peer_group);
+    prepare_the_usual_way(peer_socket);
+    peer.fd = nl_socket_get_fd(peer_socket);
+    peer.group = peer_group;
     if (plugin_common_init() != 0 || daemon_turn.fd < 0) {
         fprintf(stderr, "the daemon's parts do not start\n");
         _exit(1);
@@ -195,7 +220,8 @@ void start_daemon_parts()
     init_device_app_list();
     std::thread(receive_as_daemon).detach();
     std::thread(receive_bare).detach();
-    while (bare.thread == 0 || daemon_turn.thread == 0)
+    std::thread(receive_as_peer).detach();
+    while (bare.thread == 0 || daemon_turn.thread == 0 || peer.thread == 0)
         usleep(1000);
 }
 
@@ -223,8 +249,9 @@ turn_report measure_turns(u32 devices, int rounds)
         for (u32 device = 0; device < devices; device++)
             messages.push_back(hit(device, first_app + app, continuing));
     u32 tracked = tracked_hits();
-    turn_report report = {devices, compare(sender, messages, true, rounds), compare(sender, messages, false, rounds), 0};
+    turn_report report = {devices, compare(sender, messages, true, rounds), compare(sender, messages, false, rounds), 0, 0};
     double sent = static_cast<double>(rounds + 2) * (queued_burst + waited_burst);
     report.tracked_of_10000 = static_cast<u32>((tracked_hits() - tracked) * 10000.0 / sent + 0.5);
+    report.peer_of_10000 = static_cast<u32>(messages_of_peer() * 10000.0 / sent + 0.5);
     return report;
 }

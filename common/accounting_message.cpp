@@ -20,27 +20,32 @@ bool is_found(const attribute &part)
     return part.payload != nullptr;
 }
 
-// Calls visit(type, attribute) for each well-formed attribute from `at` to `end`. Compiled into each of its callers: libnl's
-// six functions for the same, or one of ours, cost more in calls than in work.
+// Calls visit(type, attribute) for each well-formed attribute of the bytes. Compiled into each of its callers: libnl's six
+// functions for the same, or one of ours, cost more in calls than in work.
 template <typename visitor>
-__attribute__((always_inline)) inline void walk_attributes(const unsigned char *at, const unsigned char *end, visitor visit)
+__attribute__((always_inline)) inline void walk_attributes(const unsigned char *at, u32 left, visitor visit)
 {
-    while (end - at >= NLA_HDRLEN) {
+    constexpr u32 header_size = NLA_HDRLEN;
+    while (left >= header_size) {
         nlattr header;
-        memcpy(&header, at, sizeof(header));
-        if (header.nla_len < NLA_HDRLEN || header.nla_len > end - at)
+        memcpy(&header, at, header_size);
+        at += header_size;
+        left -= header_size;
+        u32 size = header.nla_len - header_size; // of a length below the header's a huge one
+        if (size > left)
             return;
-        visit(static_cast<u32>(header.nla_type & NLA_TYPE_MASK),
-              attribute{at + NLA_HDRLEN, static_cast<u32>(header.nla_len - NLA_HDRLEN)});
-        if (NLA_ALIGN(header.nla_len) >= end - at) // the last one need not be padded
+        visit(static_cast<u32>(header.nla_type & NLA_TYPE_MASK), attribute{at, size});
+        u32 padded = NLA_ALIGN(size);
+        if (padded >= left) // the last one need not be padded
             return;
-        at += NLA_ALIGN(header.nla_len);
+        at += padded;
+        left -= padded;
     }
 }
 
 template <typename visitor> __attribute__((always_inline)) inline void walk_nest(attribute nest, visitor visit)
 {
-    walk_attributes(nest.payload, nest.payload + nest.size, visit);
+    walk_attributes(nest.payload, nest.size, visit);
 }
 
 bool read_u32(attribute from, u32 *value)
@@ -124,7 +129,7 @@ message_parts find_parts(const nlmsghdr *message)
     if (message->nlmsg_len < before_attributes)
         return parts;
     const auto *begin = reinterpret_cast<const unsigned char *>(message);
-    walk_attributes(begin + before_attributes, begin + message->nlmsg_len, [&](u32 type, attribute found) {
+    walk_attributes(begin + before_attributes, message->nlmsg_len - before_attributes, [&](u32 type, attribute found) {
         if (type == cta_tuple_orig)
             keep_first(parts.original, found);
         else if (type == cta_tuple_reply)
