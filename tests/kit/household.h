@@ -83,7 +83,11 @@ protected:
 
     // What happened since the last call.
     static lines sent() { return std::exchange(platform.outgoing, {}); }
-    static lines asked() { return std::exchange(platform.calls, {}); } // of the router's services
+    static lines asked() // of the router's services
+    {
+        std::exchange(platform.locked, {});
+        return std::exchange(platform.calls, {});
+    }
     void forget() { sent(), asked(), logged(); }
     lines logged(); // without time stamps; a text with line feeds gives several lines
 
