@@ -11,6 +11,7 @@ constexpr size_t longest_id = 20;
 constexpr size_t header_sample = 16;
 constexpr size_t tag_size = 16;
 constexpr size_t largest_packet = 4096;
+constexpr size_t least_initial = 1200; // of a client's datagram that opens a connection
 
 enum : uint64_t { frame_padding = 0, frame_ping = 1, frame_ack = 2, frame_ack_ecn = 3, frame_crypto = 6, frame_close = 0x1C };
 
@@ -139,17 +140,12 @@ quic_outcome take_initial(const long_packet &initial, quic_keys *keys, stream_pi
 
 } // namespace
 
-bool is_quic_long_header(byte_view datagram)
-{
-    byte_reader reader(datagram);
-    uint8_t flags = reader.u8();
-    uint32_t version = reader.u32();
-    return !reader.failed && (flags & 0xC0) == 0xC0 && find_quic_version(version);
-}
-
 quic_outcome read_quic_datagram(byte_view datagram, quic_keys *keys, stream_pieces *crypto)
 {
-    if (!is_quic_long_header(datagram))
+    byte_reader header(datagram);
+    bool is_long = (header.u8() & 0xC0) == 0xC0;
+    bool is_known = find_quic_version(header.u32()) && !header.failed;
+    if (!is_long || !(is_known || datagram.size >= least_initial))
         return quic_outcome::not_quic;
     quic_outcome outcome = quic_outcome::nothing;
     byte_reader reader(datagram);

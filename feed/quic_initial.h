@@ -27,7 +27,4 @@ enum class quic_outcome {
 // One datagram of the client, all its packets. Not thread-safe: one cipher context serves all.
 quic_outcome read_quic_datagram(byte_view datagram, quic_keys *keys, stream_pieces *crypto);
 
-// Whether the datagram begins with a long header of a version that can be read.
-bool is_quic_long_header(byte_view datagram);
-
 #endif

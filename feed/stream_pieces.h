@@ -9,7 +9,7 @@
 #include <vector>
 
 constexpr size_t most_stream_bytes = 16384;
-constexpr size_t most_stream_gaps = 32;
+constexpr size_t most_stream_gaps = 128;
 
 struct stream_budget {
     size_t limit = 4u << 20;

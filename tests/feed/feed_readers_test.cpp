@@ -147,6 +147,9 @@ TEST_F(feed_hello_side, reads_quic_hellos_over_several_packets_in_any_order)
         EXPECT_EQ(read_datagrams({datagrams[0] + datagrams[1]}).host, film_host);
         // The server has chosen another id, the keys stay.
         EXPECT_EQ(read_datagrams({datagrams[0], quic_initial(version, "of the server", second, id)}).host, film_host);
+        // A version that nobody knows is refused, and the client comes again.
+        bytes unknown = number(0xC00A1A2A3A, 5) + bytes(1300, 'u');
+        EXPECT_EQ(read_datagrams({unknown, datagrams[1], datagrams[0]}).host, film_host);
         // After a Retry the keys are those of the new id, and the hello begins again.
         bytes whole = crypto_frame(hello, 0, hello.size());
         EXPECT_EQ(read_datagrams({datagrams[0], quic_initial(version, "retried", whole)}).host, film_host);

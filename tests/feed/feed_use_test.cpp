@@ -13,9 +13,9 @@ const char *const phone = "192.168.1.20";
 const char *const server = "203.0.113.5";
 
 constexpr const char *some_apps =
-    "2001 2 Talk 20 2 talk.example call:WhatsAppCall net:198.51.100.0/24\n"
+    "2001 2 Talk 20 2 talk.example call:Spotify net:198.51.100.0/24\n"
     "3001 3 Films 300 60 films.example\n"
-    "6001 6 Friends 150 15 friends.example also:buttons.friends.example not:ads.friends.example\n";
+    "6001 6 Friends 150 15 friends.example also:buttons.friends.example not:ads.friends.example ndpi:Pandora\n";
 
 struct feed_household : testing::Test {
     classifier_options options;
@@ -254,6 +254,29 @@ TEST_F(feed_household, takes_bytes_from_connection_tracking_where_packets_are_fe
     EXPECT_EQ(told(), "3001:m 3001:m");
     EXPECT_EQ(hits[0].up_bytes + hits[1].up_bytes, 2000u);
     EXPECT_EQ(hits[0].down_bytes + hits[1].down_bytes, 400000u);
+}
+
+TEST_F(feed_household, takes_ndpis_word_by_name_for_traffic_with_outside)
+{
+    if (!dpi_engine(true).is_working())
+        GTEST_SKIP() << dpi_engine::version();
+    const bytes discovery = "SpotUdp0" + bytes(36, '\1');
+    const ends outside{phone, server, 57621, 57621};
+    show(udp_packet({phone, "192.168.1.255", 57621, 57621}, discovery));
+    show(udp_packet(outside, discovery)); // nobody answers so far
+    EXPECT_EQ(classify->counters()[feed_flows_by_dpi], 1u);
+    wait(10);
+    for (int i = 0; i < 30; i++)
+        show(udp_packet(back(outside), bytes(1000, 'a')));
+    close(connect("www.pandora.com")); // of nDPI's own list of names
+    // A question for an app's name is no use of it, whatever nDPI calls it.
+    show(udp_packet({phone, "8.8.8.8", 5000, 53}, dns_message("www.spotify.com", {})));
+    finish();
+    EXPECT_EQ(told(), "2001:m");
+    EXPECT_TRUE(hits[0].is_call);
+    EXPECT_EQ(hits[0].by, evidence::dpi);
+    EXPECT_EQ(classify->counters()[feed_flows_by_dpi], 2u);
+    EXPECT_EQ(classify->counters()[feed_flows_unknown], 1u);
 }
 
 TEST_F(feed_household, goes_on_when_clocks_jump)
