@@ -124,7 +124,9 @@ bool queue_router_message(const void *bytes, size_t length)
     return message && enqueue(std::move(message));
 }
 
-static bool start_channel()
+namespace {
+
+bool start_channel()
 {
     {
         mutex_guard held(queue_lock);
@@ -136,6 +138,8 @@ static bool start_channel()
                 strerror(errno));
     return ready_fd >= 0 && start_worker(drain_socket);
 }
+
+} // namespace
 
 // The three numbers select the family and groups of a firmware's kernel; here there is one channel.
 int __nlk_msg_init(struct igd_netlink_handler *h, int, int, int)

@@ -11,11 +11,15 @@
 #include <time.h>
 #include <unistd.h>
 
-static std::atomic<u32> epoch{0};
-static const std::thread::id test_thread = std::this_thread::get_id();
-static std::mutex naps_mutex;
-static std::condition_variable nap_taken;
-static std::optional<nap> worker_nap;
+namespace {
+
+std::atomic<u32> epoch{0};
+const std::thread::id test_thread = std::this_thread::get_id();
+std::mutex naps_mutex;
+std::condition_variable nap_taken;
+std::optional<nap> worker_nap;
+
+} // namespace
 
 void set_clock(long long now)
 {

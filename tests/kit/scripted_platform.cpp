@@ -45,18 +45,20 @@ std::string mac_to_text(const unsigned char *mac)
     return text;
 }
 
-static bool fails(const std::string &what)
+namespace {
+
+bool fails(const std::string &what)
 {
     return platform.failing.count(what) != 0;
 }
 
-static void leaves(const std::string &what)
+void leaves(const std::string &what)
 {
     platform.outgoing.push_back(what + (lock_is_held() ? "" : " unlocked"));
 }
 
 // What a device service answers of the scripted devices; "" for another service.
-static std::string device_list(const std::string &path, const std::string &query)
+std::string device_list(const std::string &path, const std::string &query)
 {
     bool online = path == "/app/devices/webs/getdeviceslist.cgi";
     if (!online && path != "/app/devices/webs/get_offline_dev_list.cgi")
@@ -68,13 +70,15 @@ static std::string device_list(const std::string &path, const std::string &query
     return "{\"err_no\":\"0\",\"data\":[" + data + "]}";
 }
 
-static home_device *known_device(const unsigned char *mac)
+home_device *known_device(const unsigned char *mac)
 {
     for (home_device &known : platform.devices)
         if (known.mac == mac_to_text(mac))
             return &known;
     return nullptr;
 }
+
+} // namespace
 
 extern "C" {
 

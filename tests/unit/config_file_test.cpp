@@ -8,11 +8,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace {
+
 using config_file_test = household;
 
 // The C library's flush, seen and refused.
-static int flushes = 0;
-static bool flush_fails = false;
+int flushes = 0;
+bool flush_fails = false;
+
+} // namespace
 extern "C" int fsync(int fd)
 {
     ++flushes;
@@ -150,9 +154,11 @@ TEST_F(config_file_test, what_cannot_be_written_leaves_the_old_text)
     EXPECT_EQ(flushes, 2); // the text before, the directory after it takes its place
 }
 
+namespace {
+
 // Runs the save in a child that is killed when it comes to its n-th system call, or returns from it. Between two of these
 // nothing outside the child changes. False when the save was over before.
-static bool killed_at(int n, void (*save)())
+bool killed_at(int n, void (*save)())
 {
     pid_t child = fork();
     if (child == 0) {
@@ -175,13 +181,16 @@ static bool killed_at(int n, void (*save)())
     return true;
 }
 
+} // namespace
+
 TEST_F(config_file_test, a_kill_leaves_the_old_or_the_new_text)
 {
     if (!killed_at(1, [] {}))
         GTEST_SKIP() << "no child may be traced here";
     know(tablet);
     static std::string limit;
-    limit = json("{'device':'@','data':[{'class_type':1,'note':'") + std::string(9000, 'x') + "\"}]";
+    limit = json("{'device':'@','data':[{'class_type':1,'note':'") + std::string(9000, 'x') +
+            json("'},{'class_type':2},{'class_type':3},{'class_type':4},{'class_type':5}]");
     auto file_with = [](const std::string &begin, char on) {
         std::string file = begin + json(",'payment':{'enable':?,'weixin':?,'alipay':?,'qqpay':?,'applepay':?}}");
         std::replace(file.begin(), file.end(), '?', on);

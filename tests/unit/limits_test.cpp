@@ -4,8 +4,10 @@
 
 #include <functional>
 
+namespace {
+
 // The limits of a record, one per slot in use: "CLASS:ONOFF:MINUTES:COUNTED[ids, + behind a checked one]".
-static std::string limits_of(const device_record &dev)
+std::string limits_of(const device_record &dev)
 {
     std::string text = std::to_string(dev.utl_num);
     for (const use_time_limit &limit : dev.utl) {
@@ -22,7 +24,7 @@ static std::string limits_of(const device_record &dev)
     return text;
 }
 
-static std::string alert(int code, const std::string &fields)
+std::string alert(int code, const std::string &fields)
 {
     return "push " + std::to_string(code) + " 0 " + json("{'endmac':'@','alias':'the @'," + fields + ",'folk_id':'40'}");
 }
@@ -73,6 +75,8 @@ protected:
 
     device_record *dev;
 };
+
+} // namespace
 
 TEST_F(limits_test, a_file_becomes_limits)
 {

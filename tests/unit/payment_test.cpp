@@ -203,14 +203,18 @@ TEST_F(payment_test, who_is_watched)
     }
 }
 
+namespace {
+
 // The switches of a record: enable, then the four types.
-static std::string switches_of(const device_record &dev)
+std::string switches_of(const device_record &dev)
 {
     std::string text = std::to_string(dev.payment_onoff);
     for (const payment_set &set : dev.pay_sets)
         text += " " + std::to_string(set.onoff);
     return text;
 }
+
+} // namespace
 
 TEST_F(payment_test, switches_are_read)
 {

@@ -5,8 +5,10 @@
 
 #include <tuple>
 
-static const std::string online = "/app/devices/webs/getdeviceslist.cgi";
-static const std::string offline = "/app/devices/webs/get_offline_dev_list.cgi";
+namespace {
+
+const std::string online = "/app/devices/webs/getdeviceslist.cgi";
+const std::string offline = "/app/devices/webs/get_offline_dev_list.cgi";
 
 class registry : public household {
 protected:
@@ -18,6 +20,8 @@ protected:
         return macs;
     }
 };
+
+} // namespace
 
 TEST_F(registry, start_up)
 {

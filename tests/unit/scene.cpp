@@ -28,13 +28,15 @@ void *__wrap_realloc(void *old, size_t size)
 }
 }
 
-static void expect_sound(list_head &list)
+namespace {
+
+void expect_sound(list_head &list)
 {
     list_for_each(node, &list)
         ASSERT_TRUE(node->next->prev == node && node->prev->next == node);
 }
 
-static void expect_sound_lists()
+void expect_sound_lists()
 {
     expect_sound(device_apps_head);
     list_for_each(node, &device_apps_head) {
@@ -44,6 +46,8 @@ static void expect_sound_lists()
             expect_sound(set.pay_rule_list_head);
     }
 }
+
+} // namespace
 
 void scene::happens(const std::string &what, const std::function<void()> &step)
 {
@@ -129,8 +133,10 @@ void scene::tell(const std::string &what)
     tell_records();
 }
 
+namespace {
+
 // Without the minute that was drawn and the directory of this run.
-static std::string lasting(std::string line)
+std::string lasting(std::string line)
 {
     if (size_t drawn = line.find("rand_time:"); drawn != std::string::npos)
         line.replace(drawn, std::string::npos, "*");
@@ -138,6 +144,8 @@ static std::string lasting(std::string line)
         line.replace(path, platform.config_dir.size(), "*");
     return line;
 }
+
+} // namespace
 
 void scene::tell_log()
 {
@@ -167,10 +175,12 @@ void scene::tell_asked()
         told << "  asks for a role, " << roles << " times\n";
 }
 
+namespace {
+
 // "using 3/2 0..- axis 2/1 20..- bytes 100/1000 hits 1 0 2 at 40 step 2 told 0/0 rules 7,8": state, period/sum and seconds of
 // the evening from its start to its end, whether on the time axis, the same of that, bytes up/down, window, last hit, minutes
 // stepped, alerts of rest and of learning.
-static std::string text_of(app_ident_record &use)
+std::string text_of(app_ident_record &use)
 {
     static const char *const states[] = {"unused", "hit", "using", "disuse"};
     auto moment = [](u32 at) { return at == 0 ? "-" : std::to_string(static_cast<int>(at - evening)); };
@@ -187,7 +197,7 @@ static std::string text_of(app_ident_record &use)
     return text.str();
 }
 
-static std::string text_of(device_record &dev)
+std::string text_of(device_record &dev)
 {
     std::ostringstream text;
     text << "state " << dev.device_state << " ip " << dev.ip << " later " << dev.delay_push_appid << " "
@@ -200,6 +210,8 @@ static std::string text_of(device_record &dev)
         text << " " << int{set.onoff} << (list_empty(&set.pay_rule_list_head) ? "" : "!");
     return text.str();
 }
+
+} // namespace
 
 void scene::tell_records()
 {
