@@ -129,41 +129,72 @@ cJSON *stored_limit_of_class(const cJSON *limits, u32 wanted)
 namespace {
 
 // A limit without a class replaces nothing.
-cJSON *limit_of_same_class(const cJSON *limits, const cJSON *wanted)
+constexpr u64 no_class = UINT64_MAX;
+
+u64 class_of(const cJSON *limit)
 {
-    u32 wanted_class = 0;
-    return number_member(wanted, "class_type", UINT32_MAX, &wanted_class) ? stored_limit_of_class(limits, wanted_class)
-                                                                          : nullptr;
+    u32 class_type = 0;
+    return number_member(limit, "class_type", UINT32_MAX, &class_type) ? class_type : no_class;
 }
 
-// Merges one limit into the stored ones: it goes to the end, in place of the first of its class. Only a reference is stored, so
-// the new tree must outlive the stored one. False when there is no memory.
-bool merge_limit(cJSON *stored, cJSON *limit)
+// A list of stored limits while others are merged into it. Their classes stand beside it: to look into each object for each new
+// limit would hold the lock for seconds when a request has thousands.
+struct stored_limits {
+    cJSON *list;
+    heap_ptr<u64> classes; // one for each limit, and space for the new ones
+    int count;
+};
+
+bool read_classes(stored_limits &stored, int new_limits)
+{
+    size_t most = static_cast<size_t>(cJSON_GetArraySize(stored.list)) + static_cast<size_t>(new_limits);
+    stored.classes.reset(static_cast<u64 *>(calloc(most, sizeof(u64))));
+    if (!stored.classes)
+        return false;
+    const cJSON *limit = nullptr;
+    cJSON_ArrayForEach(limit, stored.list)
+        stored.classes.get()[stored.count++] = class_of(limit);
+    return true;
+}
+
+// The limit goes to the end, in place of the first of its class. Only a reference is stored, so the new tree must outlive the
+// stored one. False when there is no memory.
+bool merge_limit(stored_limits &stored, cJSON *limit)
 {
     // An empty list stays empty: it stands for a device whose limits were all taken away, and only a new file brings them back.
-    if (!stored->child)
+    if (stored.count == 0)
         return true;
-    cJSON *replaced = limit_of_same_class(stored, limit);
-    if (!cJSON_AddItemReferenceToArray(stored, limit))
+    if (!cJSON_AddItemReferenceToArray(stored.list, limit))
         return false;
-    if (replaced)
-        cJSON_Delete(cJSON_DetachItemViaPointer(stored, replaced));
+    u64 *classes = stored.classes.get();
+    u64 added = class_of(limit);
+    int place = 0;
+    while (place < stored.count && (added == no_class || classes[place] != added))
+        ++place;
+    if (place < stored.count) {
+        cJSON_DeleteItemFromArray(stored.list, place);
+        --stored.count;
+        memmove(classes + place, classes + place + 1, static_cast<size_t>(stored.count - place) * sizeof(u64));
+    }
+    classes[stored.count++] = added;
     return true;
 }
 
 // Merges all new limits into the stored tree. False when there is no memory.
 bool merge_limits(cJSON *root, const cJSON *new_limits)
 {
-    cJSON *stored = array_member(root, "data");
+    stored_limits stored = {array_member(root, "data"), nullptr, 0};
     cJSON *first = new_limits->child;
-    if (!stored) {
+    if (!stored.list) {
         url_check_log(0, "[app_ident] update_config -> error 4, add------->data");
         // All of them at once, as a copy: those after the first are then merged into it as into any list.
-        stored = cJSON_Duplicate(new_limits, true);
-        if (!put_member(root, "data", stored))
+        stored.list = cJSON_Duplicate(new_limits, true);
+        if (!put_member(root, "data", stored.list))
             return false;
         first = first->next;
     }
+    if (!read_classes(stored, cJSON_GetArraySize(new_limits)))
+        return false;
     for (cJSON *limit = first; limit; limit = limit->next) {
         if (!merge_limit(stored, limit))
             return false;
