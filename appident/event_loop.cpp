@@ -18,14 +18,14 @@
 
 namespace {
 
-constexpr size_t message_room = 8192;
+constexpr size_t message_size = 8192;
 constexpr int drain_limit = 64; // messages before the next select
 constexpr unsigned turns_until_look = 8;
 constexpr int wait_seconds = 5;
 
 heap_ptr<unsigned char> message_buffer()
 {
-    heap_ptr<unsigned char> buffer(static_cast<unsigned char *>(malloc(message_room)));
+    heap_ptr<unsigned char> buffer(static_cast<unsigned char *>(malloc(message_size)));
     if (!buffer)
         count(counter_no_memory);
     return buffer;
@@ -43,7 +43,7 @@ void drain_traffic(int fd)
     int limit = single_turns % turns_until_look == 0 ? drain_limit : 1;
     int taken = 0;
     while (taken < limit) {
-        ssize_t length = read(fd, buffer.get(), message_room);
+        ssize_t length = read(fd, buffer.get(), message_size);
         if (length < 0 && errno == ENOBUFS)
             count(counter_traffic_lost);
         if (length < 0)
@@ -158,7 +158,7 @@ int handle_traffic_event(int fd)
     heap_ptr<unsigned char> buffer = message_buffer();
     if (!buffer)
         return -1;
-    return dispatch_traffic_message(buffer.get(), read(fd, buffer.get(), message_room));
+    return dispatch_traffic_message(buffer.get(), read(fd, buffer.get(), message_size));
 }
 
 int handle_igd_msg(igd_netlink_handler *h)
@@ -166,7 +166,7 @@ int handle_igd_msg(igd_netlink_handler *h)
     heap_ptr<unsigned char> buffer = message_buffer();
     if (!buffer)
         return -1;
-    int length = nlk_msg_recv(h, buffer.get(), message_room);
+    int length = nlk_msg_recv(h, buffer.get(), message_size);
     if (length <= 0)
         return -1;
     count(counter_router_messages);
@@ -192,7 +192,8 @@ void serve_events(int traffic_fd, igd_netlink_handler *messages, int request_fd)
         if (select(set.highest + 1, &set.readable, nullptr, nullptr, &timeout) < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
         note_lost_messages(traffic_fd);
-        // One of the three, in this order, on purpose: a steady stream of traffic delays events and requests.
+        // One of the three, in this order: the kernel drops traffic that is not read in time, while events and requests can
+        // wait.
         if (is_ready(set, traffic_fd))
             may_drain ? drain_traffic(traffic_fd) : static_cast<void>(handle_traffic_event(traffic_fd));
         else if (is_ready(set, messages->sock_fd))

@@ -49,7 +49,7 @@ found_at_path judge(const struct stat &about)
     return S_ISREG(about.st_mode) && about.st_uid == geteuid() && about.st_nlink == 1 ? found_ours : found_foreign;
 }
 
-// A new file gets no permission bits, on purpose: root reads it, nobody else. Without O_NONBLOCK a fifo would wait for a
+// A new file gets no permission bits: root can read it, nobody else. Without O_NONBLOCK a fifo would wait for a
 // reader.
 constexpr int log_flags = O_RDWR | O_APPEND | O_DSYNC | O_NONBLOCK | O_CLOEXEC;
 

@@ -223,7 +223,7 @@ void add_app_record(device_record *dev, app_data *ad)
     if (app_id == 0)
         return;
     if (app_id == APPLE_PAY) {
-        // The bare id, on purpose: the pair of rules is noticed and logged, and never becomes an alert.
+        // The plain id and not the packed word: so the pair of rules is logged and never becomes an alert, as it must be.
         App_store_pay(dev, APPLE_PAY, ad->ruleid);
         return;
     }

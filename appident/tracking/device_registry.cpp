@@ -24,7 +24,7 @@ device_record *allocate_or_log(const char *mac_str)
     device_record *rec = allocate_device_record(mac_str);
     if (!rec) {
         count(counter_no_memory);
-        // One text for all who allocate, on purpose: it is what the technician searches for.
+        // One text wherever a record is allocated: technicians search for it.
         url_check_log(0, "[appident] init_device_app_list -> malloc error");
     }
     return rec;
