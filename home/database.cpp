@@ -14,11 +14,12 @@ namespace {
 constexpr int busy_ms = 3000;
 
 // Each commit is synced (FULL; NORMAL syncs at checkpoints only, days apart at this rate), as no more than the commit interval
-// may be lost with the power. A batch's pages stay in memory until it is committed; what is freed by "forget" must not be read
-// from the file.
-constexpr const char *settings_of_writers = "PRAGMA journal_mode=WAL;PRAGMA synchronous=FULL;PRAGMA foreign_keys=ON;"
-                                            "PRAGMA cache_size=-1024;PRAGMA journal_size_limit=1048576;"
-                                            "PRAGMA secure_delete=FAST;PRAGMA temp_store=MEMORY";
+// may be lost with the power. Small pages, as each commit writes whole ones. A batch's pages stay in memory until it is
+// committed; what is freed by "forget" must not be read from the file.
+constexpr const char *settings_of_writers =
+    "PRAGMA page_size=1024;PRAGMA journal_mode=WAL;PRAGMA synchronous=FULL;PRAGMA foreign_keys=ON;"
+    "PRAGMA cache_size=-1024;PRAGMA journal_size_limit=1048576;"
+    "PRAGMA secure_delete=FAST;PRAGMA temp_store=MEMORY";
 
 bool is_damage(int code)
 {

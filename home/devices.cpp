@@ -12,7 +12,7 @@ void tell_change(history *of, int64_t device, int64_t time)
 
 int64_t device_row(history *of, const std::string &mac, int64_t time)
 {
-    constexpr int64_t worth_a_write = 600;
+    constexpr int64_t worth_a_write = 3600;
     database *db = &of->db;
     int64_t id = 0, seen = 0;
     {
@@ -61,7 +61,7 @@ void note_news(history *of, const device_news &news, int64_t time)
     change(&of->db,
            "UPDATE device SET name=?2,name_from=?3,role=?4,role_from=?5,address=?6,on_line=?7,private_mac=?8,"
            "last_seen=max(last_seen,?9) WHERE id=?1 AND (name<>?2 OR name_from<>?3 OR role IS NOT ?4 OR role_from<>?5 OR "
-           "address<>?6 OR on_line<>?7 OR private_mac<>?8 OR last_seen+600<?9)",
+           "address<>?6 OR on_line<>?7 OR private_mac<>?8 OR last_seen+3600<?9)",
            id, news.name, news.name_from, news.role, news.role_from, news.address, news.on_line, news.private_mac,
            news.last_seen);
     tell_change(of, id, time);

@@ -2,9 +2,10 @@
 
 namespace {
 
-constexpr const char *count_names[] = {"lines",       "lost",         "repeated",     "too_long",     "not_json",
-                                       "wrong_shape", "unknown_code", "wrong_device", "wrong_number", "too_many_devices"};
-static_assert(sizeof(count_names) / sizeof(*count_names) == count_end, "a name for each count");
+constexpr const char *count_keys[] = {
+    "count.lines",       "count.lost",         "count.repeated",     "count.too_long",     "count.not_json",
+    "count.wrong_shape", "count.unknown_code", "count.wrong_device", "count.wrong_number", "count.too_many_devices"};
+static_assert(sizeof(count_keys) / sizeof(*count_keys) == count_end, "a key for each count");
 
 void write_place(void *context)
 {
@@ -16,19 +17,16 @@ void write_place(void *context)
     set_meta(&of->db, "offset", of->place.offset);
     set_meta(&of->db, "mark", of->place.mark);
     set_meta(&of->db, "mark_length", of->place.mark_length);
-    if (!of->place.run.empty())
-        change(&of->db, "UPDATE run SET last=?2, last_time=?3 WHERE run=?1", of->place.run, of->place.last,
-               of->place.last_time);
     for (int which = 0; which < count_end; ++which)
-        change(&of->db, "INSERT INTO count VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET value=?2 WHERE value<>?2",
-               count_names[which], of->counts[static_cast<size_t>(which)]);
+        set_meta(&of->db, count_keys[which], of->counts[static_cast<size_t>(which)]);
 }
 
 } // namespace
 
 const char *count_name(home_count which)
 {
-    return count_names[which];
+    constexpr size_t before_name = 6; // "count."
+    return count_keys[which] + before_name;
 }
 
 bool open_history(history *of, const std::string &path, const database_options &options, std::string *why)
@@ -61,8 +59,7 @@ void reload_history(history *of)
     for (const auto &one : numbers)
         *one.value = meta_number(&of->db, one.key, 0);
     for (int which = 0; which < count_end; ++which)
-        of->counts[static_cast<size_t>(which)] =
-            number_of(&of->db, 0, "SELECT value FROM count WHERE name=?", count_names[which]);
+        of->counts[static_cast<size_t>(which)] = meta_number(&of->db, count_keys[which], 0);
     of->untold.clear();
 }
 

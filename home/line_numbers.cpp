@@ -48,6 +48,9 @@ line_order begin_run(history *of, const push_line &line)
     // What came before all that is known is no loss: the history begins here.
     bool before = earliest == 0 || (older && line.time < earliest);
     change(db, "INSERT INTO run VALUES(?1,?2,?3,?3)", line.run, line.number, line.time);
+    // How far the run before it came; up to now only the place told.
+    if (!older)
+        change(db, "UPDATE run SET last=?2,last_time=?3 WHERE run=?1", of->place.run, of->place.last, of->place.last_time);
     int64_t missing = line.number - 1;
     if (before && missing > 0)
         add_gap(of, {line.time, line.time, missing, "before", line.run, 1, missing});

@@ -25,8 +25,11 @@ int fail(const std::string &path, const std::string &why)
     return exit_failed;
 }
 
+// Why the lock was not to be had.
 int say_in_use(const std::string &path)
 {
+    if (errno != EWOULDBLOCK)
+        return fail(path + ".lock", strerror(errno));
     fprintf(stderr, "appident-home: %s.lock cannot be taken: the program runs on this database; stop it first\n", path.c_str());
     return exit_in_use;
 }

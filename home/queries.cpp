@@ -2,9 +2,6 @@
 
 namespace {
 
-// No session is longer: the daemon restarts each at midnight.
-constexpr int64_t session_longest = 2 * 86400;
-
 session read_session(const statement &row)
 {
     session one;
@@ -61,12 +58,11 @@ std::vector<known_person> list_persons(database *db)
 std::vector<session> sessions_between(database *db, int64_t from, int64_t to, int64_t device)
 {
     std::vector<session> all;
-    // Through the devices, as sessions are found by device and start.
-    statement rows(db,
-                   "SELECT s.device,s.start,s.app,s.end,s.minutes,s.up,s.down,s.state,s.heard,s.told FROM device d CROSS JOIN "
-                   "session s ON s.device=d.id AND s.start>=?1-?4 AND s.start<?2 WHERE (?3=0 OR d.id=?3) AND "
-                   "(s.end>?1 OR s.start>=?1) ORDER BY s.device,s.start,s.app",
-                   from, to, device, session_longest);
+    statement rows(
+        db,
+        "SELECT device,start,app,end,minutes,up,down,state,heard,told FROM session WHERE start>?1-?4 AND start<?2 AND "
+        "(?3=0 OR device=?3) AND (end>?1 OR start>=?1) ORDER BY device,start,app",
+        from, to, device, session_longest);
     while (rows.row())
         all.push_back(read_session(rows));
     return all;

@@ -2,6 +2,9 @@
 
 namespace {
 
+// What is written together lies together: each commit writes whole pages, and flash wears. So sessions lie by their start,
+// those of all devices side by side, and counters lie with the place in the spool.
+//
 // Step n brings version n to n + 1. A step that has once been released is never changed.
 constexpr const char *steps[] = {
     R"sql(
@@ -21,7 +24,7 @@ CREATE TABLE session(
     state INTEGER NOT NULL DEFAULT 0,
     heard INTEGER NOT NULL DEFAULT 0, steady INTEGER NOT NULL DEFAULT 0,
     jumped INTEGER NOT NULL DEFAULT 0, told INTEGER NOT NULL DEFAULT 0,
-    PRIMARY KEY(device, start, app)) WITHOUT ROWID;
+    PRIMARY KEY(start, device, app)) WITHOUT ROWID;
 CREATE INDEX session_untold ON session(device, app) WHERE told = 0;
 CREATE TABLE begun(
     device INTEGER NOT NULL REFERENCES device(id) ON DELETE CASCADE, app INTEGER NOT NULL, start INTEGER NOT NULL,
@@ -40,7 +43,7 @@ CREATE TABLE run(
 CREATE TABLE gap(
     id INTEGER PRIMARY KEY, start INTEGER NOT NULL, end INTEGER NOT NULL, lost INTEGER NOT NULL, why TEXT NOT NULL,
     run TEXT NOT NULL DEFAULT '', first INTEGER NOT NULL DEFAULT 0, last INTEGER NOT NULL DEFAULT 0);
-CREATE TABLE count(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
+CREATE VIEW count AS SELECT substr(key, 7) AS name, value FROM meta WHERE key GLOB 'count.*';
 CREATE TABLE account(
     id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, kind TEXT NOT NULL, password TEXT NOT NULL,
     person INTEGER REFERENCES person(id) ON DELETE SET NULL, language TEXT NOT NULL DEFAULT '',

@@ -53,11 +53,12 @@ bool same_shares(const session &one, const session &other)
 // The neighbours' ends: a clock that went back may let a session begin within an older one, or end in a newer one.
 void keep_apart(database *db, session *one)
 {
-    int64_t next = number_of(db, one->end, "SELECT start FROM session WHERE device=? AND start>? ORDER BY start LIMIT 1",
-                             one->device, one->start);
+    int64_t next = number_of(db, one->end, "SELECT min(start) FROM session WHERE start>?2 AND start<?3 AND device=?1",
+                             one->device, one->start, one->end);
     one->end = std::min(one->end, next);
-    statement before(db, "SELECT start,app,end FROM session WHERE device=? AND start<? ORDER BY start DESC LIMIT 1",
-                     one->device, one->start);
+    statement before(
+        db, "SELECT start,app,end FROM session WHERE start<?2 AND start>?2-?3 AND device=?1 ORDER BY start DESC LIMIT 1",
+        one->device, one->start, session_longest);
     if (before.row() && before.number(2) > one->start)
         change(db, "UPDATE session SET end=?4 WHERE device=?1 AND start=?2 AND app=?3", one->device, before.number(0),
                before.number(1), one->start);
@@ -67,7 +68,7 @@ void write_session(database *db, const session &one)
 {
     change(db,
            "INSERT INTO session(" SESSION_COLUMNS ") VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12) "
-           "ON CONFLICT(device,start,app) DO UPDATE SET "
+           "ON CONFLICT(start,device,app) DO UPDATE SET "
            "end=?4,minutes=?5,up=?6,down=?7,state=?8,heard=?9,steady=?10,jumped=?11,told=?12",
            one.device, one.start, one.app, one.end, one.minutes, one.up, one.down, static_cast<int>(one.state), one.heard,
            one.steady, one.jumped, one.told);
@@ -110,7 +111,8 @@ std::vector<session> open_sessions_of(database *db, int64_t device)
 
 int64_t end_before(database *db, int64_t device, int64_t start)
 {
-    return number_of(db, 0, "SELECT end FROM session WHERE device=? AND start<=? ORDER BY start DESC LIMIT 1", device, start);
+    return number_of(db, 0, "SELECT end FROM session WHERE start<=?2 AND start>?2-?3 AND device=?1 ORDER BY start DESC LIMIT 1",
+                     device, start, session_longest);
 }
 
 std::vector<day_share> shares_of(const session &of)

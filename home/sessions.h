@@ -15,6 +15,9 @@ enum session_state {
     session_presumed, // it ended, as the daemon restarted, fell silent or told something newer; a late report may still come
 };
 
+// No session is longer: the daemon begins each anew at midnight.
+constexpr int64_t session_longest = 2 * 86400;
+
 struct session {
     int64_t device = 0;
     int64_t start = 0; // epoch seconds

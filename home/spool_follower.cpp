@@ -17,7 +17,8 @@
 namespace {
 
 constexpr size_t piece_size = 64 * 1024;
-constexpr int64_t look_period_ms = 2000;
+// Without the bell; with it only to be on the safe side.
+constexpr int64_t look_period_ms = 2000, look_period_with_bell_ms = 30000;
 constexpr int64_t failure_pause_ms = 10000;
 
 int64_t digest(const char *bytes, size_t length)
@@ -251,7 +252,8 @@ void serve_spool(void *state, const pollfd *slots, size_t used, int64_t now_ms)
         hear_bell(follower);
     else if (follower->bell < 0)
         ring_up(follower);
-    follower->next_look_ms = read_spool(follower) ? now_ms : std::max(follower->next_look_ms, now_ms + look_period_ms);
+    int64_t period = follower->bell < 0 ? look_period_ms : look_period_with_bell_ms;
+    follower->next_look_ms = read_spool(follower) ? now_ms : std::max(follower->next_look_ms, now_ms + period);
 }
 
 } // namespace

@@ -1,0 +1,187 @@
+// home_bench: what the history costs a household of ten devices that are used five hours a day each.
+//
+// usage: home_bench DIRECTORY     an empty one, on the kind of disk that matters
+#include "home/days.h"
+#include "home/joining.h"
+#include "home/queries.h"
+#include "home/upkeep.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+constexpr int devices = 10, sessions_a_day = 25, session_minutes_mean = 12;
+constexpr int64_t commit_interval = 300, kept_days = 90;
+
+struct spool_writer {
+    int64_t seq = 0, bytes = 0;
+    std::multimap<int64_t, std::string> lines; // by time
+
+    std::string presence(int device, u32 app, int64_t start, int64_t minutes, const char *status)
+    {
+        char text[300];
+        snprintf(text, sizeof(text),
+                 R"({"endmac":"AA-BB-CC-00-00-%02X","role":"1","appid":"%u","starttime":"%lld","endtime":"0","sumtime":"%lld",)"
+                 R"("status":"%s","folk_id":"-1"})",
+                 static_cast<unsigned int>(device), app, static_cast<long long>(start), static_cast<long long>(minutes),
+                 status);
+        return text;
+    }
+    std::string history_of(int device, u32 app, int64_t minutes)
+    {
+        char text[300];
+        snprintf(text, sizeof(text),
+                 R"({"endmac":"AA-BB-CC-00-00-%02X","alias":"Device %d","appid":"%u","sumtime":"%lld","up_traffic":"123456",)"
+                 R"("down_traffic":"98765432","ruleid":"4011,4012","folk_id":"-1"})",
+                 static_cast<unsigned int>(device), device, app, static_cast<long long>(minutes * 60));
+        return text;
+    }
+    std::string line(int64_t time, int code, const std::string &data)
+    {
+        std::string text = "{\"run\":\"00000000000000aa\",\"seq\":" + std::to_string(++seq) +
+                           ",\"time\":" + std::to_string(time) + ",\"code\":" + std::to_string(code) +
+                           ",\"occur_time\":0,\"data\":" + data + "}";
+        bytes += static_cast<int64_t>(text.size()) + 1;
+        return text;
+    }
+};
+
+struct told_line {
+    int code;
+    std::string data;
+};
+
+// One day's pushes: "using" of all devices together once a minute.
+std::multimap<int64_t, told_line> day_of_pushes(spool_writer *writer, int64_t midnight)
+{
+    std::multimap<int64_t, told_line> told;
+    std::map<int64_t, std::string> in_use;
+    for (int device = 0; device < devices; ++device) {
+        int64_t start = midnight + 8 * 3600 + rand() % 3600;
+        for (int i = 0; i < sessions_a_day; ++i) {
+            int64_t minutes = 2 + rand() % (2 * session_minutes_mean - 4);
+            u32 app = 1000 + static_cast<u32>(rand()) % 60;
+            told.insert({start, {1023, "[" + writer->presence(device, app, start, 0, "online") + "]"}});
+            for (int64_t minute = 1; minute <= minutes + 3; ++minute) {
+                std::string &list = in_use[(start + minute * 60 + 5) / 60 * 60 + 7];
+                list += (list.empty() ? "" : ",") + writer->presence(device, app, start, std::min(minute, minutes), "using");
+            }
+            int64_t end = start + minutes * 60 + 230;
+            told.insert({end, {1023, "[" + writer->presence(device, app, start, minutes, "offline") + "]"}});
+            told.insert({end, {1008, writer->history_of(device, app, minutes)}});
+            start = end + 10 + rand() % 600;
+        }
+    }
+    for (const auto &minute : in_use)
+        told.insert({minute.first, {1023, "[" + minute.second + "]"}});
+    return told;
+}
+
+int64_t number_in(const char *path, const char *key)
+{
+    FILE *file = fopen(path, "re");
+    char text[200];
+    long long value = 0;
+    while (file && fgets(text, sizeof(text), file))
+        if (strncmp(text, key, strlen(key)) == 0)
+            value = atoll(text + strlen(key));
+    if (file)
+        fclose(file);
+    return value;
+}
+
+double seconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+int64_t file_size(const std::string &path)
+{
+    struct stat about = {};
+    return stat(path.c_str(), &about) == 0 ? about.st_size : 0;
+}
+
+// Feeds the days, committing as often as the program would, and prints what that took.
+void feed(history *all, int64_t midnight, int days)
+{
+    spool_writer writer;
+    int64_t written = 0, last_day_written = 0, committed = midnight;
+    double taken = 0;
+    for (int day = 0; day < days; ++day) {
+        std::multimap<int64_t, told_line> told = day_of_pushes(&writer, midnight + day * 86400);
+        written = number_in("/proc/self/io", "wchar: ");
+        double began = seconds();
+        for (const auto &one : told) {
+            if (one.first - committed >= commit_interval) {
+                commit_batch(&all->db);
+                committed = one.first;
+            }
+            std::string line = writer.line(one.first, one.second.code, one.second.data);
+            take_line(all, line.c_str(), line.size());
+        }
+        drop_old_rows(all, midnight + (day + 1) * 86400, kept_days, 10);
+        commit_batch(&all->db);
+        taken += seconds() - began;
+        last_day_written = number_in("/proc/self/io", "wchar: ") - written;
+    }
+    printf("lines taken, with commits each %lld s      %.0f a second\n", static_cast<long long>(commit_interval),
+           static_cast<double>(writer.seq) / taken);
+    printf("written on the last day                  %.2f MB of a spool of %.2f MB\n",
+           static_cast<double>(last_day_written) / 1e6, static_cast<double>(writer.bytes) / days / 1e6);
+}
+
+double median_ms(history *all, int64_t midnight)
+{
+    std::vector<double> times;
+    size_t rows = 0;
+    for (int round = 0; round < 201; ++round) {
+        double began = seconds();
+        rows += sessions_between(&all->db, midnight, midnight + 86400).size() +
+                gaps_between(&all->db, midnight, midnight + 86400).size() + alerts_since(&all->db, midnight, 500).size();
+        times.push_back(seconds() - began);
+    }
+    std::nth_element(times.begin(), times.begin() + 100, times.end());
+    printf("rows of a day's timeline                 %zu\n", rows / 201);
+    return times[100] * 1000;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 2) {
+        fputs("usage: home_bench DIRECTORY [DAYS]\n", stderr);
+        return 2;
+    }
+    constexpr int default_days = 400;
+    int days = argc > 2 ? atoi(argv[2]) : default_days;
+    std::string path = std::string(argv[1]) + "/bench.db", why;
+    history all;
+    if (!open_history(&all, path, {}, &why)) {
+        fprintf(stderr, "%s: %s\n", path.c_str(), why.c_str());
+        return 1;
+    }
+    int64_t midnight = day_start(day_of(time(nullptr)));
+    feed(&all, midnight - days * int64_t{86400}, days);
+    close_history(&all);
+    printf("database of %d days, sessions of %lld       %.2f MB\n", days, static_cast<long long>(kept_days),
+           static_cast<double>(file_size(path)) / 1e6);
+    double began = seconds();
+    all = history();
+    open_history(&all, path, {}, &why);
+    printf("opened and checked in                    %.1f ms\n", (seconds() - began) * 1000);
+    printf("a day's timeline from the database       %.2f ms\n", median_ms(&all, midnight - 2 * 86400));
+    printf("resident                                 %.1f MB\n",
+           static_cast<double>(number_in("/proc/self/status", "VmRSS:")) / 1000);
+    close_history(&all);
+    return 0;
+}
