@@ -28,11 +28,14 @@ struct home_joining : testing::Test {
     {
         // Whatever was told: the days say what the sessions say, and nobody does two things at once.
         EXPECT_EQ(session_minutes(&all), day_minutes(&all));
-        EXPECT_EQ(value_of(&all, "SELECT count(*) FROM session a JOIN session b ON a.device=b.device AND a.start<b.start AND "
-                                 "a.end>b.start"),
-                  0);
+        EXPECT_EQ(overlaps(), 0);
         EXPECT_EQ(all.db.error, SQLITE_OK);
         close_history(&all);
+    }
+    int64_t overlaps()
+    {
+        return value_of(&all, "SELECT count(*) FROM session a JOIN session b ON a.device=b.device AND a.start<b.start AND "
+                              "a.end>b.start");
     }
     void take()
     {
@@ -355,6 +358,48 @@ TEST_F(home_joining, days_of_23_and_25_hours_hold_their_minutes)
     EXPECT_EQ(read_day("2024-02-29"), 20240229);
     EXPECT_EQ(read_day("2023-02-29"), 0);
     EXPECT_EQ(read_day("2024-2-29"), 0);
+}
+
+// Whatever is lost, comes twice, comes late or is not what the daemon wrote: the fixture's promises hold, and a second time
+// adds nothing.
+TEST_F(home_joining, promises_hold_for_any_disorder)
+{
+    for (unsigned int seed = 1; seed <= 40; ++seed) {
+        SCOPED_TRACE(seed);
+        srand(seed);
+        daemon.run = "00000000000000" + std::to_string(10 + seed);
+        daemon.seq = 0;
+        int64_t start = evening + seed * 90000;
+        for (int i = 0; i < 12; ++i, start = daemon.time + rand() % 400 - 60)
+            daemon.whole_session(i % 3 ? tablet : phone, 1001 + static_cast<u32>(rand() % 3), start, 1 + rand() % 20);
+        std::string disorder, held;
+        for (size_t begin = 0, end = 0; (end = daemon.text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+            std::string line = daemon.text.substr(begin, end + 1 - begin);
+            switch (rand() % 12) {
+            case 0:
+                continue; // lost
+            case 1:
+                disorder += line; // twice
+                break;
+            case 2:
+                line[static_cast<size_t>(rand()) % (line.size() - 1)] = static_cast<char>(1 + rand() % 255);
+                break;
+            case 3:
+                held.swap(line); // late
+                break;
+            }
+            disorder += line;
+        }
+        daemon.text = disorder + held + "\n";
+        std::string again = daemon.text;
+        take();
+        EXPECT_EQ(session_minutes(&all), day_minutes(&all));
+        EXPECT_EQ(overlaps(), 0);
+        int64_t sessions = value_of(&all, "SELECT count(*) FROM session"), minutes = session_minutes(&all);
+        take_text(&all, again);
+        EXPECT_EQ(value_of(&all, "SELECT count(*) FROM session"), sessions);
+        EXPECT_EQ(session_minutes(&all), minutes);
+    }
 }
 
 } // namespace
