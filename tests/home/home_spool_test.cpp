@@ -117,6 +117,7 @@ TEST_F(home_spool, two_rotations_missed_are_a_gap_of_exactly_what_was_lost)
     say_some(2); // lost
     rotate();
     say_some(30); // lost
+    output_of("cat " + spool + ".1 " + spool + " >" + directory.file("found"));
     rotate();
     say_some(3);
     rotate();
@@ -135,6 +136,11 @@ TEST_F(home_spool, two_rotations_missed_are_a_gap_of_exactly_what_was_lost)
     say_some(1);
     read_all();
     EXPECT_EQ(lost(), 39);
+    // Somebody kept a copy of what was lost.
+    EXPECT_TRUE(import_spool(&all, directory.file("found").c_str()));
+    EXPECT_EQ(lost(), 7);
+    EXPECT_EQ(gaps_between(&all.db, 0, INT64_MAX).size(), 1u);
+    EXPECT_EQ(all.place.last, daemon.seq);
 }
 
 TEST_F(home_spool, lines_without_numbers_leave_a_gap_of_unknown_size)
