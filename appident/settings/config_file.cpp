@@ -56,7 +56,8 @@ bool write_all(int fd, const char *text)
 
 bool write_flushed(const char *path, const char *text)
 {
-    fd_guard file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+    remove(path); // what a kill left behind, or a fifo, which opening would wait for
+    fd_guard file(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
     return file.get() >= 0 && write_all(file.get(), text) && fsync(file.get()) == 0 && close(file.release()) == 0;
 }
 
@@ -79,7 +80,7 @@ void flush_directory_of(const char *path)
 
 int write_config_file(const char *path, const char *text)
 {
-    // One name for all writers, of which the lock lets one work at a time: what a kill leaves behind is overwritten by the next
+    // One name for all writers, of which the lock lets one work at a time: what a kill leaves behind is removed by the next
     // save.
     char beside[sizeof(config_path::text) + sizeof(".new")];
     int length = snprintf(beside, sizeof(beside), "%s.new", path);

@@ -22,6 +22,10 @@ constexpr size_t push_limit = 64 * 1024;
 // A step back of the clock ends every session of a large household within one pass: three pushes a device and more.
 constexpr u32 queue_most = 4096;
 constexpr size_t queue_bytes_most = 1024 * 1024;
+// Who is using what now is told again, and soon old; what has ended, was paid or passed a limit is told once. The former may
+// take half of the queue, the rest is the latter's.
+constexpr u32 share_of_passing_news = 2;
+constexpr int presence_push_code = 1023;
 constexpr int status_records_most = 256;
 // Then new subscribers have their turn.
 constexpr int lines_at_once = 64;
@@ -48,6 +52,12 @@ u32 queued = 0;
 size_t queued_bytes = 0;
 u64 last_seq = 0;
 
+bool has_room_for(const queued_push &push)
+{
+    u32 share = push.code == presence_push_code || push.code == device_status_code ? share_of_passing_news : 1;
+    return queued < queue_most / share && queued_bytes + push.length <= queue_bytes_most / share;
+}
+
 heap_ptr<queued_push> copy_push(int code, const char *text, size_t length, unsigned long occur_time)
 {
     heap_ptr<queued_push> push(static_cast<queued_push *>(malloc(sizeof(queued_push) + length + 1)));
@@ -67,7 +77,7 @@ bool enqueue(heap_ptr<queued_push> push)
     {
         mutex_guard held(queue_lock);
         u64 seq = ++last_seq;
-        if (!push || queued == queue_most || queued_bytes + push->length > queue_bytes_most)
+        if (!push || !has_room_for(*push))
             return false;
         push->seq = seq;
         was_empty = queued == 0;

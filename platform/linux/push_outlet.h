@@ -7,7 +7,8 @@
 // that a lost push leaves a hole. "time" is the epoch second of the call, "data" the push's JSON (as a string if it does not
 // parse). Device-status records are lines of code 0:
 //   "data":[{"mac":"AA-BB-CC-DD-EE-FF","app_id":1001,"class_type":0,"app_status":1,"timestamp":1700000000}]
-// The queue is bounded; what does not fit is refused and counted.
+// 4,096 lines of 1 MiB wait at most, half of it presence (1023) and device status; what does not fit is refused and counted. So
+// a burst of starts costs no report of what has ended, unless these alone are too many for the outlet.
 #ifndef PLATFORM_LINUX_PUSH_OUTLET_H
 #define PLATFORM_LINUX_PUSH_OUTLET_H
 

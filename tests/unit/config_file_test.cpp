@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -126,13 +127,13 @@ TEST_F(config_file_test, what_cannot_be_written_leaves_the_old_text)
         EXPECT_EQ(stored(), old);
     };
     // A directory stands where the new text would be written.
-    std::filesystem::create_directory(config_file() + ".new");
+    std::filesystem::create_directories(config_file() + ".new/full");
     all_fail("");
     EXPECT_EQ(record(tablet), nullptr);
     store(json("{'device':'@','data':[{}]}"));
     all_fail(stored());
     EXPECT_EQ(save_device_pay_config(tablet.mac, 1, 1, 1, 1, 1), -1);
-    std::filesystem::remove(config_file() + ".new");
+    std::filesystem::remove_all(config_file() + ".new");
 
     // The disk takes no more than 1000 bytes of a file.
     rlimit before{};
@@ -151,7 +152,9 @@ TEST_F(config_file_test, what_cannot_be_written_leaves_the_old_text)
     std::ofstream(config_file() + ".new") << long_text << long_text;
     EXPECT_EQ(replace_config(tablet.mac, long_text.c_str()), 0);
     EXPECT_EQ(stored(), long_text);
-    EXPECT_EQ(flushes, 2); // the text before, the directory after it takes its place
+    EXPECT_EQ(flushes, 2);                                        // the text before, the directory after it takes its place
+    ASSERT_EQ(mkfifo((config_file() + ".new").c_str(), 0600), 0); // opening it would wait for a reader
+    EXPECT_EQ(replace_config(tablet.mac, long_text.c_str()), 0);
 }
 
 namespace {

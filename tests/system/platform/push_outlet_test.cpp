@@ -79,4 +79,21 @@ TEST(push_outlet, reaches_the_spool_and_every_subscriber_and_nobody_waits)
     EXPECT_TRUE(counts("spool_failed", 0u));
 }
 
+TEST(push_outlet, keeps_room_for_what_is_told_once)
+{
+    const std::string large = "\"" + std::string(2000, 'x') + "\"";
+    app_info_sync_st status = {1001, 0, 2, 1700000000, {0xAA, 0, 0, 0, 0, 1}};
+    int refused = 0;
+    for (int i = 0; i < 20000; ++i) {
+        bool presence = new_push_msg(1023, large.c_str(), 0) == 0;
+        bool state = app_info_to_devpush(&status, 1) == 0;
+        refused += !presence || !state;
+        // In a burst of starts no closing push is lost: one for ten of them.
+        if (i % 10 == 0) {
+            ASSERT_EQ(new_push_msg(1008, "{}", 0), 0) << i;
+        }
+    }
+    EXPECT_GT(refused, 0) << "the burst was none";
+}
+
 } // namespace
