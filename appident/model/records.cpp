@@ -52,9 +52,10 @@ void init_device_app(device_record *rec)
 
 device_record *allocate_device_record(const char *mac_str)
 {
-    auto *rec = static_cast<device_record *>(calloc(1, sizeof(device_record)));
+    auto *rec = static_cast<device_record *>(malloc(sizeof(device_record)));
     if (!rec)
         return nullptr;
+    memset(static_cast<void *>(rec), 0, sizeof(*rec));
     init_device_app(rec);
     strncpy(rec->mac, mac_str, sizeof(rec->mac) - 1);
     u32 type = WECHAT_PAY;

@@ -20,11 +20,12 @@ void add_rule_record(app_ident_record *app, app_data *ad)
         count(counter_rules_not_kept);
         return;
     }
-    auto *rule = static_cast<rule_record *>(calloc(1, sizeof(rule_record)));
+    auto *rule = static_cast<rule_record *>(malloc(sizeof(rule_record)));
     if (!rule) {
         count(counter_no_memory);
         return;
     }
+    *rule = {};
     rule->rule_id = ad->ruleid;
     rule->appid = ad->appid;
     rule->upper_limit = ad->upperlimit;

@@ -142,11 +142,12 @@ void add_app_payment_rule_record(payment_set *set, u32 appid, u32 ruleid)
             return;
         }
     }
-    auto *rule = static_cast<pay_rule_record *>(calloc(1, sizeof(pay_rule_record)));
+    auto *rule = static_cast<pay_rule_record *>(malloc(sizeof(pay_rule_record)));
     if (!rule) {
         count(counter_no_memory);
         return;
     }
+    *rule = {};
     rule->rule_id = ruleid;
     rule->appid = appid;
     rule->hit_time = wall_clock();

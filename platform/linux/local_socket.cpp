@@ -17,7 +17,6 @@ constexpr int waiting_clients = 16;
 constexpr socklen_t most_peer_groups = 256;
 constexpr mode_t owner_and_group = 0660;
 constexpr int tries_to_move_aside = 8;
-constexpr const char *name_inside = "/s";
 
 // A directory beside the path into which nobody else can look; removed with what is left in it.
 struct private_directory {
@@ -26,10 +25,10 @@ struct private_directory {
         const char *slash = strrchr(path, '/');
         int parent = slash ? static_cast<int>(slash - path) + 1 : 0;
         int length = snprintf(name, sizeof(name), "%.*s.socket.XXXXXX", parent, path);
-        made = length > 0 && static_cast<size_t>(length) + strlen(name_inside) < sizeof(inside.sun_path) && mkdtemp(name);
+        made = length > 0 && static_cast<size_t>(length) < sizeof(name) && mkdtemp(name);
         inside.sun_family = AF_UNIX;
         if (made)
-            snprintf(inside.sun_path, sizeof(inside.sun_path), "%s%s", name, name_inside);
+            snprintf(inside.sun_path, sizeof(inside.sun_path), "%s/s", name);
     }
     ~private_directory()
     {
@@ -44,7 +43,7 @@ struct private_directory {
     private_directory &operator=(const private_directory &) = delete;
 
     bool made = false;
-    char name[sizeof(sockaddr_un::sun_path)] = "";
+    char name[sizeof(sockaddr_un::sun_path) - 2] = ""; // leaves room for the name inside
     sockaddr_un inside = {};
 };
 
