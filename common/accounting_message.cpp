@@ -75,8 +75,9 @@ void read_proto(attribute nest, const flow_direction &to)
     // The byte tested is the nest's first, part of its first attribute's length, not the protocol number: the text has always
     // been made so, it is "udp" for every usual message, and nothing decides on it.
     const char *text = nest.size >= 1 && nest.payload[0] == 6 ? "tcp" : "udp";
-    walk_nest(nest, [&](u32 type, attribute child) {
-        if (type == cta_proto_num && child.size >= 1)
+    // A number without a value is one all the same.
+    walk_nest(nest, [&](u32 type, attribute) {
+        if (type == cta_proto_num)
             memcpy(to.proto, text, 4);
     });
 }

@@ -58,6 +58,7 @@ TEST_F(messages, accounting_attributes)
     const std::pair<std::string, std::string> tuples[] = {
         {"", ">  0"},
         {attribute(2, number), "> udp 0"},
+        {attribute(2, attribute(1, "")), "> udp 0"},
         // The text looks at the first byte of the nest, so a first child whose length starts with 6 makes "tcp", on purpose.
         {attribute(2, attribute(1, from_six)), "> tcp 0"},
         {attribute(2, attribute(9, from_six) + number), "> tcp 0"},
