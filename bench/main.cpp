@@ -1,4 +1,4 @@
-// Measures the daemon's hot path, its periodic pass, and its appetite at rest; prints tables.
+// Measures the daemon's hot path, its periodic pass, and what it takes at rest; prints tables.
 //
 // usage: appident_bench [--core N] [--rounds N] [--no-rest]
 // Needs root, for network namespaces and for the scheduling that makes messages queue or wake.

@@ -5,7 +5,7 @@
 #include "igd/igd_types.h"
 
 struct tick_cost {
-    double microseconds; // median of wall time
+    double microseconds; // median of processor time
     double calls;        // platform calls of each pass
 };
 

@@ -1,5 +1,5 @@
-// get_mac_by_ip: the table first; on a miss one question to the kernel, and a short memory of addresses it does not know, so
-// that a flood of strangers costs neither the kernel's time nor ours.
+// get_mac_by_ip: the table first; on a miss one question to the kernel. Addresses that the kernel does not know are noted for a
+// second, so that many messages from unknown addresses do not make as many questions.
 #include "igd/igd_lib.h"
 
 #include "common/guards.h"
@@ -23,16 +23,16 @@ namespace {
 
 // The kernel tells of a new neighbour by itself; asking only bridges the moment until then. Hence the small numbers.
 constexpr u32 questions_a_second = 200;
-constexpr u32 stranger_bits = 10;
-constexpr u32 stranger_seconds = 1;
+constexpr u32 unknown_bits = 10;
+constexpr u32 unknown_seconds = 1;
 
-// An address that the kernel did not know, and the second of asking. Two words of different strangers may meet in a slot when
-// threads race; the worst is a MAC found a second later.
-struct stranger {
+// An address that the kernel did not know, and the second of asking. When threads write at once, the two words may be of
+// different addresses; the worst is a MAC found a second later.
+struct unknown_address {
     std::atomic<u32> ip;
     std::atomic<u32> second;
 };
-stranger strangers[1u << stranger_bits];
+unknown_address unknown_addresses[1u << unknown_bits];
 
 // All with asker_lock held.
 pthread_mutex_t asker_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -41,9 +41,9 @@ u32 asking_second = 0;
 u32 asked_in_second = 0;
 lan_neighbour answered;
 
-stranger &slot_of(u32 ip)
+unknown_address &slot_of(u32 ip)
 {
-    return strangers[(ip * 0x9E3779B1u) >> (32 - stranger_bits)];
+    return unknown_addresses[(ip * 0x9E3779B1u) >> (32 - unknown_bits)];
 }
 
 u32 uptime_second()
@@ -55,9 +55,9 @@ u32 uptime_second()
 
 bool recently_unknown(u32 ip, u32 second)
 {
-    const stranger &known = slot_of(ip);
-    return known.ip.load(std::memory_order_relaxed) == ip &&
-           second - known.second.load(std::memory_order_relaxed) <= stranger_seconds;
+    const unknown_address &noted = slot_of(ip);
+    return noted.ip.load(std::memory_order_relaxed) == ip &&
+           second - noted.second.load(std::memory_order_relaxed) <= unknown_seconds;
 }
 
 void remember_unknown(u32 ip, u32 second)
