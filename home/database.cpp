@@ -135,6 +135,7 @@ void begin_batch(database *db)
 
 void roll_back(database *db)
 {
+    db->damaged = db->damaged || is_damage(db->error);
     // After some failures SQLite has done so itself.
     if (db->batch_began_ms >= 0 && !sqlite3_get_autocommit(db->handle))
         sqlite3_exec(db->handle, "ROLLBACK", nullptr, nullptr, nullptr);

@@ -108,7 +108,8 @@ bool find_alert(database *db, int64_t id, alert_row *found)
 std::vector<gap_row> gaps_between(database *db, int64_t from, int64_t to)
 {
     std::vector<gap_row> all;
-    statement row(db, "SELECT start,end,lost,why FROM gap WHERE start<?2 AND end>=?1 ORDER BY start,id", from, to);
+    statement row(db, "SELECT start,end,lost,why FROM gap WHERE start<?2 AND end>=?1 AND why<>'before' ORDER BY start,id", from,
+                  to);
     while (row.row())
         all.push_back({row.number(0), row.number(1), row.number(2), row.text(3)});
     return all;

@@ -61,8 +61,9 @@ bool find_alert(database *db, int64_t id, alert_row *found);
 struct gap_row {
     int64_t start, end;
     int64_t lost;    // lines; -1: unknown how many
-    std::string why; // "lost", "restart" of the daemon, "before" the history began, "clock" jumped forward
+    std::string why; // "lost", "restart" of the daemon, "clock" jumped forward
 };
+// What the daemon said before the history begins is no gap.
 std::vector<gap_row> gaps_between(database *db, int64_t from, int64_t to);
 
 struct change_row {

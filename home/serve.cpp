@@ -49,6 +49,7 @@ void serve_commit(void *state, const pollfd *, size_t, int64_t)
         close_spool_follower(&home->spool);
         reload_history(&home->all);
     }
+    home->parts.stop = home->parts.stop || home->all.db.damaged;
 }
 
 int block_signals(std::initializer_list<int> numbers)
@@ -101,6 +102,12 @@ bool serve(const home_settings &settings, std::string *why)
                         {prepare_hang_up, serve_hang_up, &asked},
                         {prepare_commit, serve_commit, &home}};
     run_loop(&home.parts, stop.get());
+    if (home.all.db.damaged) {
+        *why = "the database is damaged; the next start sets it aside";
+        close_spool_follower(&home.spool);
+        close_history(&home.all);
+        return false;
+    }
     while (read_spool(&home.spool)) {
     }
     close_spool_follower(&home.spool);

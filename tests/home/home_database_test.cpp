@@ -79,6 +79,21 @@ TEST_F(home_database, damaged_one_is_set_aside_and_a_new_one_begun)
     }
 }
 
+TEST_F(home_database, damage_that_is_met_while_it_is_open_is_noticed)
+{
+    play(200);
+    ASSERT_TRUE(commit_batch(&all.db));
+    sqlite3_exec(all.db.handle, "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA shrink_memory", nullptr, nullptr, nullptr);
+    std::string good = contents();
+    write_file(path, good.substr(0, 1024) + std::string(good.size() - 1024, '\xa5'));
+    play(1);
+    EXPECT_FALSE(commit_batch(&all.db));
+    EXPECT_TRUE(all.db.damaged);
+    close_history(&all);
+    begin();
+    EXPECT_NE(all.db.set_aside, "");
+}
+
 TEST_F(home_database, newer_one_is_refused_and_left_alone)
 {
     sqlite3_exec(all.db.handle, "PRAGMA user_version=4711", nullptr, nullptr, nullptr);
