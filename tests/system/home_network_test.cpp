@@ -186,7 +186,7 @@ std::string daemon_log()
 
 void use_app(const std::string &ip)
 {
-    static fd_guard conntrack(open_netlink(NETLINK_NETFILTER));
+    static fd_guard conntrack(open_conntrack());
     std::vector<unsigned char> message =
         accounting_message({application_word(1001), 7 + start_mark, 0, ip, "203.0.113.9", 100, 5000});
     EXPECT_TRUE(multicast(conntrack.get(), group_new, message.data(), message.size()));
@@ -271,11 +271,23 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_TRUE(
         comes_true(60, [] { return times_in(contents("/var/lib/appident/observed.json"), "\"mac\"") == std::size(hosts); }));
     EXPECT_EQ(stop_daemon(daemon), status_after_sigterm);
+    // The next start meets other DHCP servers' leases.
     std::filesystem::remove("/var/lib/misc/dnsmasq.leases");
+    std::filesystem::create_directories("/var/lib/kea");
+    std::filesystem::create_directories("/var/lib/dhcp");
+    std::ofstream("/var/lib/kea/kea-leases4.csv")
+        << "address,hwaddr,client_id,valid_lifetime,expire,subnet_id,fqdn_fwd,fqdn_rev,"
+           "hostname,state,user_context,pool_id\n"
+           "192.168.77.60,00:16:3e:00:00:12,,4000,1800000000,1,0,0,games,0,,0\n";
+    std::ofstream("/var/lib/dhcp/dhcpd.leases") << "# comment\nlease 192.168.77.61 {\n  starts 3 2026/03/11 20:00:00;\n"
+                                                   "  hardware ethernet 00:16:3e:00:00:15;\n  uid \"\\001\";\n"
+                                                   "  client-hostname \"screen\";\n}\n";
     std::filesystem::remove("/tmp/.appident.counters");
     daemon = start_with_fast_clock();
     ASSERT_TRUE(comes_true(60, daemon_serves));
-    EXPECT_EQ(listed(tablet.mac, "name") + ", " + listed(hosts[1].mac, "name"), "Ben's tablet, console");
+    EXPECT_EQ(listed(tablet.mac, "name") + ", " + listed(hosts[2].mac, "name"), "Ben's tablet, laptop");
+    for (const auto &[place, name] : {std::pair(1, "games"), std::pair(4, "screen")})
+        EXPECT_TRUE(comes_true(20, [&, at = place, wanted = name] { return listed(hosts[at].mac, "name") == wanted; })) << name;
     EXPECT_EQ(contents("/var/lib/appident/roster.json"), roster);
 }
 
