@@ -1,6 +1,7 @@
 #include "platform/linux/catalogue.h"
 
 #include "platform/linux/client/settings.h"
+#include "platform/linux/kept.h"
 #include "platform/linux/text_builder.h"
 #include "platform/linux/watched_file.h"
 
@@ -27,8 +28,10 @@ struct app_list {
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 watched_file installed_file = {platform_catalogue_unreadable, false, false, {}};
 watched_file owners_file = {platform_catalogue_unreadable, false, false, {}};
-app_list installed, owners;
-heap_text current;
+kept<app_list> kept_installed, kept_owners;
+app_list &installed = kept_installed.value, &owners = kept_owners.value;
+kept<heap_text> kept_answer;
+heap_text &current = kept_answer.value;
 
 bool read_class_type(const cJSON *item, u32 *out)
 {

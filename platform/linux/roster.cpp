@@ -2,6 +2,7 @@
 
 #include "common/mac_text.h"
 #include "platform/linux/client/settings.h"
+#include "platform/linux/kept.h"
 #include "platform/linux/watched_file.h"
 
 #include <dirent.h>
@@ -19,7 +20,8 @@ struct roster {
 };
 
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-roster current;
+kept<roster> kept_roster;
+roster &current = kept_roster.value;
 u32 current_generation = 0;
 bool expected = false;
 watched_file file = {platform_roster_unreadable, false, false, {}};
