@@ -85,7 +85,8 @@ TEST(neighbours, follow_the_kernel_without_asking_it)
     EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.10") == tablet; }));
     // The last one may have been asked for; the notification of the one that is gone may still be on its way.
     EXPECT_TRUE(comes_true([&] { return mac_at("192.168.7.8") + mac_at("192.168.7.9") == ""; })) << "gone, not on the LAN";
-    EXPECT_LE(counter_of("neighbours_asked"), asked + 3);
+    // Where the notification is late, each change of an address may cost a question.
+    EXPECT_LE(counter_of("neighbours_asked"), asked + 5);
     // A flood of strangers asks no more than so many questions.
     for (u32 i = 0; i < 5000; ++i)
         mac_at(inet_ntoa({htonl(0x0A000001 + i)}));
