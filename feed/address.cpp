@@ -82,6 +82,12 @@ bool is_special(const ip_address &address)
     return bytes[0] == 0xFF || bytes == std::array<uint8_t, 16>{};
 }
 
+bool is_link_local(const ip_address &address)
+{
+    const auto &bytes = address.bytes;
+    return address.family == 4 ? bytes[0] == 169 && bytes[1] == 254 : bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80;
+}
+
 bool read_network(const std::string &text, ip_network *out)
 {
     size_t slash = text.find('/');

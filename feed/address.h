@@ -39,6 +39,9 @@ std::string address_text(const ip_address &address);
 // To many receivers or to nobody in particular: multicast, broadcast, unspecified.
 bool is_special(const ip_address &address);
 
+// Never forwarded: both ends are on the same link.
+bool is_link_local(const ip_address &address);
+
 struct ip_network {
     ip_address base;
     unsigned int prefix = 0; // bits

@@ -54,7 +54,7 @@ classifier::direction classifier::guess_direction(const ip_packet &ip, const pac
 
 classifier::direction classifier::direction_of(const ip_packet &ip, const packet &from)
 {
-    if (is_special(ip.source) || is_special(ip.destination))
+    if (is_special(ip.source) || is_special(ip.destination) || is_link_local(ip.source) || is_link_local(ip.destination))
         return direction::local;
     bool from_lan = contains(options.lan, ip.source);
     bool to_lan = contains(options.lan, ip.destination);
@@ -171,8 +171,8 @@ void classifier::take(const packet &from)
         break;
     }
     direction way = direction_of(ip, from);
-    // Also of a resolver within the LAN.
-    if (ip.source_port == dns_port && ip.payload.size > 0 && (way == direction::down || way == direction::local))
+    // Also of a resolver within the LAN, whose IPv6 address may be of another network than the device's.
+    if (ip.source_port == dns_port && ip.payload.size > 0 && way != direction::foreign)
         take_dns(ip, from);
     if (from.has_mac)
         learn_link(ip, from, way);

@@ -206,8 +206,16 @@ TEST_F(feed_household, counts_ipv6_for_the_device_behind_the_link_address)
     receive(connect("www.films.example", v6, v6_server, 7), 200000);
     receive(connect("www.films.example", phone, server, 7), 120000);
     receive(connect("www.films.example", "2001:db8:1::99", v6_server, 8), 400000); // no IPv4 address known
+    // It asked over IPv6, of a resolver on the link or in another network of the LAN, and connects over IPv4.
+    const bytes answer = dns_message("www.friends.example", {{"www.friends.example", 1, "203.0.113.8"}});
+    wait(10);
+    show(udp_packet({"fe80::1", v6, 53, 5000}, answer), 1);
+    receive(connect("", phone, "203.0.113.8", 7), 200000);
+    wait(10);
+    show(udp_packet({"fd00::1", v6, 53, 5000}, dns_message("www.films.example", {{"www.films.example", 1, "203.0.113.8"}})), 1);
+    receive(connect("", phone, "203.0.113.8", 7), 400000);
     finish();
-    EXPECT_EQ(told(), "3001:m");
+    EXPECT_EQ(told(), "3001:m 6001:m 3001:m");
     EXPECT_EQ(told("2001:db8:1::99"), "3001:m");
     EXPECT_EQ(classify->counters()[feed_hits_not_told], 1u);
 }
