@@ -216,6 +216,8 @@ TEST_F(feed_household, counts_ipv6_for_the_device_behind_the_link_address)
     receive(connect("", phone, "203.0.113.8", 7), 400000);
     finish();
     EXPECT_EQ(told(), "3001:m 6001:m 3001:m");
+    for (const flow_report &one : flows)
+        EXPECT_NE(address_text(one.key.device), "fe80::1") << "what has a link-local end never leaves the link";
     EXPECT_EQ(told("2001:db8:1::99"), "3001:m");
     EXPECT_EQ(classify->counters()[feed_hits_not_told], 1u);
 }
