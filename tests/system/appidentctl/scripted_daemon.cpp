@@ -2,6 +2,7 @@
 
 #include "common/sec_plg_common.h"
 #include "igd/igd_lib.h"
+#include "tests/kit/leftovers.h"
 
 #include <atomic>
 #include <filesystem>
@@ -126,6 +127,7 @@ int main(int argc, char **argv)
     testing::InitGoogleTest(&argc, argv);
     char directory[] = "/tmp/appidentctl.XXXXXX";
     home = mkdtemp(directory);
+    leave_nothing_in(home);
     write_file("settings.json", "{\"lan_interface\":\"lo\",\"state_dir\":\"" + home + "\",\"runtime_dir\":\"" + home + "\"}");
     write_file("catalogue.json", R"({"data":[{"class_type":"3","appid":[1001]},{"class_type":"1","appid":[1002]}],
         "names":{"1001":"Video","1002":"Blocks"}})");
@@ -143,6 +145,5 @@ int main(int argc, char **argv)
     int failed = RUN_ALL_TESTS();
     over = true;
     daemon.join();
-    std::filesystem::remove_all(home);
     return failed;
 }

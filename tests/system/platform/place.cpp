@@ -3,6 +3,7 @@
 #include "tests/kit/private_network.h"
 
 #include "common/counter_page.h"
+#include "tests/kit/leftovers.h"
 
 #include <filesystem>
 #include <fstream>
@@ -80,6 +81,7 @@ int main(int argc, char **argv)
 {
     char name[] = "/tmp/platform_test.XXXXXX";
     home = std::string(mkdtemp(name)) + "/";
+    leave_nothing_in(home);
     socket_path = home + "requests";
     std::filesystem::create_directories(home + "state");
     write_file("settings.json", "{\"state_dir\":\"" + home + "state\",\"runtime_dir\":\"" + home +
@@ -89,7 +91,5 @@ int main(int argc, char **argv)
     own_network =
         (may_set_up_networks() && unshare(CLONE_NEWNET) == 0) || (geteuid() != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0);
     testing::InitGoogleTest(&argc, argv);
-    int result = RUN_ALL_TESTS();
-    std::filesystem::remove_all(home);
-    return result;
+    return RUN_ALL_TESTS();
 }
