@@ -6,7 +6,7 @@
 #include "bench/ticks.h"
 #include "bench/turns.h"
 #include "bench/world.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/private_network.h"
 
 #include <sched.h>
 #include <stdio.h>

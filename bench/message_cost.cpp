@@ -7,7 +7,7 @@
 #include "appident/model/device_list.h"
 #include "common/log.h"
 #include "common/mac_text.h"
-#include "tests/kit/kernel_messages.h"
+#include "simulator/world/kernel_messages.h"
 
 #include <algorithm>
 #include <stdio.h>

@@ -1,7 +1,7 @@
 #include "bench/resting.h"
 
 #include "bench/world.h"
-#include "tests/kit/daemon_process.h"
+#include "simulator/world/daemon_process.h"
 
 #include <filesystem>
 #include <fstream>

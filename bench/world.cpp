@@ -1,8 +1,8 @@
 #include "bench/world.h"
 
-#include "tests/kit/household_files.h"
-#include "tests/kit/kernel_messages.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/household_files.h"
+#include "simulator/world/kernel_messages.h"
+#include "simulator/world/private_network.h"
 
 #include <filesystem>
 #include <fstream>

@@ -2,9 +2,9 @@
 #include "simulator/player.h"
 #include "simulator/predictor.h"
 #include "simulator/report.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
+#include "simulator/world/private_network.h"
 
 #include <algorithm>
 #include <chrono>

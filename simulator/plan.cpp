@@ -1,6 +1,6 @@
 #include "simulator/plan.h"
 
-#include "tests/kit/kernel_messages.h"
+#include "simulator/world/kernel_messages.h"
 
 #include <algorithm>
 

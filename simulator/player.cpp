@@ -2,9 +2,9 @@
 
 #include "simulator/push_watch.h"
 #include "simulator/report.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
-#include "tests/kit/kernel_messages.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
+#include "simulator/world/kernel_messages.h"
 
 #include "common/guards.h"
 #include "common/sec_plg_common.h"

@@ -1,6 +1,6 @@
 #include "simulator/push_watch.h"
 
-#include "tests/kit/household_files.h"
+#include "simulator/world/household_files.h"
 
 #include "common/guards.h"
 

@@ -5,7 +5,7 @@
 #ifndef SIMULATOR_SCENARIO_H
 #define SIMULATOR_SCENARIO_H
 
-#include "tests/kit/devices_and_apps.h"
+#include "simulator/world/devices_and_apps.h"
 
 // One app used on one device; traffic is seen every `every` seconds from `from` on, and last at `to`.
 struct usage {

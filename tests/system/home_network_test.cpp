@@ -1,9 +1,9 @@
 // A home as it is found: a bridge, five hosts that ask a real dnsmasq for their addresses, real neighbours, and a daemon that
 // nobody has set anything for. Only the daemon's clock runs faster.
 #include "simulator/player.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/kernel_messages.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/kernel_messages.h"
+#include "simulator/world/private_network.h"
 
 #include "common/guards.h"
 #include "platform/linux/client/request_client.h"

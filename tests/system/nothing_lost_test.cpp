@@ -1,7 +1,7 @@
 // The daemon's loop on its real traffic socket, held up while messages come faster than anybody may send: what fits its receive
 // buffer is tracked, what does not is counted.
-#include "tests/kit/kernel_messages.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/kernel_messages.h"
+#include "simulator/world/private_network.h"
 
 #include "appident/app_ident.h"
 #include "appident/model/app_slots.h"

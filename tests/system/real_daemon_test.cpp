@@ -1,9 +1,9 @@
 // The real daemon, its real platform library and real netlink, in a network of their own; only the clock runs faster.
 #include "simulator/player.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
-#include "tests/kit/kernel_messages.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
+#include "simulator/world/kernel_messages.h"
+#include "simulator/world/private_network.h"
 
 #include "common/counters.h"
 #include "common/guards.h"

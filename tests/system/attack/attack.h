@@ -4,7 +4,7 @@
 #define TESTS_SYSTEM_ATTACK_ATTACK_H
 
 #include "igd/igd_types.h"
-#include "tests/kit/devices_and_apps.h"
+#include "simulator/world/devices_and_apps.h"
 
 #include <functional>
 #include <string>

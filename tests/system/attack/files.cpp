@@ -4,8 +4,8 @@
 #include "common/guards.h"
 #include "common/sec_plg_common.h"
 #include "platform/linux/client/request_client.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
 
 #include <filesystem>
 #include <fstream>

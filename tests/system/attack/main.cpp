@@ -1,9 +1,9 @@
 #include "tests/system/attack/attack.h"
 
 #include "simulator/player.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
+#include "simulator/world/private_network.h"
 
 #include "common/sec_plg_common.h"
 #include "platform/linux/client/request_client.h"

@@ -4,9 +4,9 @@
 #include "common/guards.h"
 #include "common/sec_plg_common.h"
 #include "platform/linux/client/request_client.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
-#include "tests/kit/kernel_messages.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
+#include "simulator/world/kernel_messages.h"
 
 #include <algorithm>
 #include <atomic>

@@ -3,8 +3,8 @@
 
 #include "common/counters.h"
 #include "common/guards.h"
-#include "tests/kit/daemon_process.h"
-#include "tests/kit/household_files.h"
+#include "simulator/world/daemon_process.h"
+#include "simulator/world/household_files.h"
 
 #include <fcntl.h>
 #include <filesystem>

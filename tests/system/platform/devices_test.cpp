@@ -7,7 +7,7 @@
 #include "igd/igd_netlink.h"
 #include "platform/linux/client/request_client.h"
 #include "platform/linux/client/request_protocol.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/private_network.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -4,7 +4,7 @@
 #include "common/guards.h"
 #include "igd/igd_lib.h"
 #include "platform/linux/neighbour_table.h"
-#include "tests/kit/private_network.h"
+#include "simulator/world/private_network.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

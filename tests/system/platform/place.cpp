@@ -1,6 +1,6 @@
 #include "tests/system/platform/place.h"
 
-#include "tests/kit/private_network.h"
+#include "simulator/world/private_network.h"
 
 #include "common/counter_page.h"
 #include "tests/kit/leftovers.h"

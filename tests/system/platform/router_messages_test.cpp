@@ -3,7 +3,7 @@
 
 #include "common/guards.h"
 #include "igd/igd_lib.h"
-#include "tests/kit/kernel_messages.h"
+#include "simulator/world/kernel_messages.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

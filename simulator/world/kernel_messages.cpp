@@ -1,4 +1,4 @@
-#include "tests/kit/kernel_messages.h"
+#include "simulator/world/kernel_messages.h"
 
 #include "common/accounting_message.h"
 #include "common/guards.h"

@@ -1,6 +1,6 @@
-#include "tests/kit/household_files.h"
+#include "simulator/world/household_files.h"
 
-#include "tests/kit/private_network.h"
+#include "simulator/world/private_network.h"
 
 #include "common/guards.h"
 

@@ -1,10 +1,10 @@
 // The files that the platform library reads in a household: settings, roster, catalogue.
 //
 // Each is replaced whole by a rename, as the daemon may read it at any moment.
-#ifndef TESTS_KIT_HOUSEHOLD_FILES_H
-#define TESTS_KIT_HOUSEHOLD_FILES_H
+#ifndef SIMULATOR_WORLD_HOUSEHOLD_FILES_H
+#define SIMULATOR_WORLD_HOUSEHOLD_FILES_H
 
-#include "tests/kit/devices_and_apps.h"
+#include "simulator/world/devices_and_apps.h"
 
 constexpr const char *settings_path = "/tmp/household/settings.json";
 constexpr const char *state_directory = "/tmp/household/state";

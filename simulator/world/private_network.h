@@ -1,10 +1,10 @@
 // A network and a /tmp of our own, in which the daemon meets nothing of the machine it runs on.
 //
 // Works as root, and unprivileged where user namespaces are allowed.
-#ifndef TESTS_KIT_PRIVATE_NETWORK_H
-#define TESTS_KIT_PRIVATE_NETWORK_H
+#ifndef SIMULATOR_WORLD_PRIVATE_NETWORK_H
+#define SIMULATOR_WORLD_PRIVATE_NETWORK_H
 
-#include "tests/kit/devices_and_apps.h"
+#include "simulator/world/devices_and_apps.h"
 
 constexpr const char *lan_interface_name = "br-lan";
 
@@ -12,8 +12,8 @@ constexpr const char *lan_interface_name = "br-lan";
 bool may_set_up_networks();
 // Whether this process already stands inside.
 bool inside_private_network();
-// Replaces this process by the same program inside new namespaces, run by the words of `wrapper` where there are any; the program
-// calls it until it stands inside. /dev/shm is its own then. Returns only on failure, with a sentence for the user.
+// Replaces this process by the same program inside new namespaces, run by the words of `wrapper` where there are any; the
+// program calls it until it stands inside. /dev/shm is its own then. Returns only on failure, with a sentence for the user.
 std::string enter_private_network(char **argv, const std::vector<std::string> &wrapper);
 
 // The steps inside. Each returns false after saying on standard error what is missing.

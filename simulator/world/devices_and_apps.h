@@ -1,6 +1,6 @@
 // The devices and the apps that a household is made of, for the files and the network that a test or the simulator sets up.
-#ifndef TESTS_KIT_DEVICES_AND_APPS_H
-#define TESTS_KIT_DEVICES_AND_APPS_H
+#ifndef SIMULATOR_WORLD_DEVICES_AND_APPS_H
+#define SIMULATOR_WORLD_DEVICES_AND_APPS_H
 
 #include "igd/igd_types.h"
 

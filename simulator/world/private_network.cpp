@@ -1,4 +1,4 @@
-#include "tests/kit/private_network.h"
+#include "simulator/world/private_network.h"
 
 #include "common/guards.h"
 

@@ -1,6 +1,6 @@
 // The daemon as a child process of ours: it never outlives us.
-#ifndef TESTS_KIT_DAEMON_PROCESS_H
-#define TESTS_KIT_DAEMON_PROCESS_H
+#ifndef SIMULATOR_WORLD_DAEMON_PROCESS_H
+#define SIMULATOR_WORLD_DAEMON_PROCESS_H
 
 #include "igd/igd_types.h"
 

@@ -1,8 +1,8 @@
 // The messages that a router's kernel would send, made byte for byte and multicast over real netlink.
 //
 // Needs CAP_NET_ADMIN over the network namespace. Addresses are dotted texts, MACs are MAC texts.
-#ifndef TESTS_KIT_KERNEL_MESSAGES_H
-#define TESTS_KIT_KERNEL_MESSAGES_H
+#ifndef SIMULATOR_WORLD_KERNEL_MESSAGES_H
+#define SIMULATOR_WORLD_KERNEL_MESSAGES_H
 
 #include "common/accounting_format.h"
 #include "igd/igd_netlink.h"

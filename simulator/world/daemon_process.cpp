@@ -1,6 +1,6 @@
-#include "tests/kit/daemon_process.h"
+#include "simulator/world/daemon_process.h"
 
-#include "tests/kit/household_files.h"
+#include "simulator/world/household_files.h"
 
 #include "common/counters.h"
 
