@@ -1,9 +1,12 @@
 // appident-feed: tells which device of the LAN uses which app, from the traffic that the router forwards.
 #include "feed/app_files.h"
+#include "feed/message_sender.h"
 #include "feed/printing.h"
 #include "feed/source.h"
 
+#include <errno.h>
 #include <stdio.h>
+#include <string.h>
 
 namespace {
 
@@ -17,7 +20,7 @@ void on_signal(int)
 void see_everything(classifier_options *) {}
 
 constexpr source_kind source_kinds[] = {
-    {"pcap", "FILE", "a capture file, pcap or pcapng; needs --dry", run_pcap_source, see_everything},
+    {"pcap", "FILE", "a capture file, pcap or pcapng", run_pcap_source, see_everything},
 };
 
 std::string sources_text()
@@ -59,6 +62,21 @@ void tell_counters(const feed_counters &counts)
                 feed_counter_texts[i].meaning);
 }
 
+// Sends the hit, and counts how that went. What cannot be told is counted by the classifier.
+void send_hit(message_sender *sender, const hit &found, feed_counters *counts)
+{
+    switch (sender->send(found)) {
+    case send_outcome::sent:
+        (*counts)[feed_messages_sent]++;
+        break;
+    case send_outcome::failed:
+        (*counts)[feed_messages_failed]++;
+        break;
+    case send_outcome::not_told:
+        break;
+    }
+}
+
 int run(const feed_options &options, const source_kind &kind, const std::string &argument)
 {
     app_files files(options.apps, options.own_apps);
@@ -74,12 +92,20 @@ int run(const feed_options &options, const source_kind &kind, const std::string 
     chosen.most_flows = options.most_flows;
     kind.adapt(&chosen);
 
+    message_sender sender;
+    if (!options.dry && !sender.open()) {
+        fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
+        return feed_failed;
+    }
+    feed_counters own_counts{};
     classifier *told = nullptr;
     auto on_hit = [&](const hit &found) {
         hit shown = found;
         if (options.as.family != 0)
             shown.device = options.as;
-        if (!options.flows)
+        if (!options.dry)
+            send_hit(&sender, shown, &own_counts);
+        if (!options.flows && (options.dry || options.json))
             print((options.json ? hit_json : hit_line)(shown, *told->catalogue().find(found.app)));
     };
     auto on_flow = [&](const flow_report &found) {
@@ -100,10 +126,13 @@ int run(const feed_options &options, const source_kind &kind, const std::string 
             classify.set_catalogue(std::move(fresh));
         fflush(stdout);
     };
-    int status = kind.run(argument, {options, classify, stop_wanted, refresh});
-    fprintf(stderr, "appident-feed: %s", summary_line(classify.counters()).c_str());
+    int status = kind.run(argument, {options, classify, stop_wanted, own_counts, refresh});
+    feed_counters counts = classify.counters();
+    for (unsigned int i = 0; i < feed_counter_end; i++)
+        counts[i] += own_counts[i];
+    fprintf(stderr, "appident-feed: %s", summary_line(counts).c_str());
     if (options.verbose)
-        tell_counters(classify.counters());
+        tell_counters(counts);
     return fflush(stdout) == 0 ? status : feed_failed;
 }
 
@@ -126,8 +155,6 @@ int main(int argc, char **argv)
     const source_kind *kind = find_source(options.source, &argument);
     if (!kind)
         return usage_error(options.source.empty() ? "--source is missing" : "'" + options.source + "' is no source");
-    if (!options.dry)
-        return usage_error("a capture can only be looked at with --dry");
     struct sigaction action {};
     action.sa_handler = on_signal;
     sigaction(SIGINT, &action, nullptr);

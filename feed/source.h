@@ -11,6 +11,8 @@ struct source_run {
     const feed_options &options;
     classifier &classify;
     const volatile sig_atomic_t &stop; // set by a signal
+    // What the source itself counts; the classifier counts the rest.
+    feed_counters &counts;
     // To be called about once in ten seconds: takes up a changed catalogue.
     std::function<void()> refresh;
 };

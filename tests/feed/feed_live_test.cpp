@@ -1,0 +1,195 @@
+// What the feed says to the kernel and to the daemon, over real netlink in a network of its own.
+#include "feed/message_sender.h"
+#include "tests/feed/spoken.h"
+
+#include "common/accounting_format.h"
+#include "common/accounting_message.h"
+#include "common/guards.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <linux/netfilter/nfnetlink.h>
+#include <linux/netlink.h>
+#include <netinet/in.h>
+#include <netlink/msg.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int milliseconds_for_an_answer = 20000;
+std::string why_not; // what this machine lacks for these tests
+
+// A socket that hears the groups, a bit each.
+int listener(uint32_t groups)
+{
+    int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_NETFILTER);
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = groups;
+    return bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0 ? fd : -1;
+}
+
+// The next message; empty when none comes.
+std::vector<char> heard(int fd, int milliseconds)
+{
+    pollfd ready{fd, POLLIN, 0};
+    std::vector<char> message;
+    if (poll(&ready, 1, milliseconds) == 1) {
+        message.resize(8192);
+        ssize_t size = recv(fd, message.data(), message.size(), 0);
+        message.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    }
+    return message;
+}
+
+hit film()
+{
+    hit one{};
+    read_address("192.168.77.20", &one.device);
+    one.app = 3001;
+    one.is_marked = true;
+    one.up_bytes = 1500;
+    one.down_bytes = 700000;
+    one.by = evidence::hello;
+    one.flow.device = one.device;
+    read_address("203.0.113.5", &one.flow.server);
+    one.flow.device_port = 40000;
+    one.flow.server_port = 443;
+    one.flow.protocol = 6;
+    return one;
+}
+
+struct feed_sender : testing::Test {
+    void SetUp() override
+    {
+        if (!why_not.empty())
+            GTEST_SKIP() << "NOT TESTED HERE, messages over real netlink: " << why_not;
+        ASSERT_TRUE(sender.open());
+    }
+    app_data decoded(const hit &one)
+    {
+        app_data out{};
+        EXPECT_EQ(sender.send(one), send_outcome::sent);
+        std::vector<char> message = heard(daemon.get(), milliseconds_for_an_answer);
+        auto *header = reinterpret_cast<nlmsghdr *>(message.data());
+        EXPECT_TRUE(message.size() > sizeof(*header) && header->nlmsg_len == message.size());
+        if (!HasFailure()) {
+            EXPECT_EQ(header->nlmsg_type, NFNL_SUBSYS_CTNETLINK << 8 | 11);
+            EXPECT_EQ(header->nlmsg_flags, 0);
+            EXPECT_EQ(process_app_acct_message(header, &out), 0);
+        }
+        return out;
+    }
+
+    message_sender sender;
+    fd_guard daemon{listener(1u << 7)};
+};
+
+} // namespace
+
+TEST_F(feed_sender, tells_the_daemon_what_it_found_and_nobody_else)
+{
+    fd_guard others{listener(0xFFFFFF7F)};
+    app_data told = decoded(film());
+    EXPECT_EQ(told.appid, 3001u << 15 | 1);
+    EXPECT_EQ(told.ruleid, start_mark | 1u << 16 | 3001);
+    EXPECT_STREQ(told.req_src_ip, "192.168.77.20");
+    EXPECT_STREQ(told.req_dst_ip, "203.0.113.5");
+    EXPECT_STREQ(told.rep_src_ip, "203.0.113.5");
+    EXPECT_STREQ(told.rep_dst_ip, "192.168.77.20");
+    EXPECT_EQ(told.req_bytes, 1500u);
+    EXPECT_EQ(told.rep_bytes, 700000u);
+
+    hit call = film();
+    call.is_call = true;
+    call.is_marked = false;
+    call.by = evidence::dpi;
+    call.down_bytes = 1ull << 33;
+    read_address("2001:db8::5", &call.flow.server);
+    told = decoded(call);
+    EXPECT_EQ(word_behavior(told.appid), 1u);
+    EXPECT_EQ(word_vendor(told.appid), our_vendor);
+    EXPECT_EQ(told.ruleid, 3u << 16 | 3001);
+    EXPECT_EQ(told.rep_bytes, UINT32_MAX);
+    EXPECT_STREQ(told.req_src_ip, "192.168.77.20");
+    EXPECT_STREQ(told.rep_src_ip, "0.0.0.0");
+    EXPECT_TRUE(heard(others.get(), 0).empty());
+}
+
+TEST_F(feed_sender, keeps_to_itself_what_the_daemon_must_not_be_told)
+{
+    for (uint32_t app : {0u, 8u, 300u, 301u, 302u, 303u, 0x10000u}) {
+        hit one = film();
+        one.app = app;
+        EXPECT_EQ(sender.send(one), send_outcome::not_told) << app;
+    }
+    hit v6 = film();
+    read_address("2001:db8::20", &v6.device);
+    EXPECT_EQ(sender.send(v6), send_outcome::not_told);
+    EXPECT_TRUE(heard(daemon.get(), 0).empty());
+}
+
+// A watcher of connections ends at a message that it does not know.
+TEST_F(feed_sender, leaves_who_watches_connections_alone)
+{
+    if (system("command -v conntrack >/dev/null && command -v nft >/dev/null") != 0)
+        GTEST_SKIP() << "NOT TESTED HERE, conntrack -E beside the feed: no conntrack or no nft here";
+    auto makes_events = [](uint16_t port) {
+        fd_guard out{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(port);
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sendto(out.get(), "x", 1, 0, reinterpret_cast<sockaddr *>(&to), sizeof(to));
+    };
+    ASSERT_EQ(
+        system("nft 'add table t; add chain t c { type filter hook output priority 0; }; add rule t c ct state new accept'"),
+        0);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    fd_guard events{ends[0]};
+    pid_t watcher = fork();
+    if (watcher == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(ends[1], STDOUT_FILENO);
+        execlp("conntrack", "conntrack", "-E", nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    auto sees = [&](uint16_t port) {
+        std::string all;
+        for (int i = 0; i < 200; i++) {
+            makes_events(port);
+            pollfd ready{events.get(), POLLIN, 0};
+            char text[4096];
+            ssize_t size = poll(&ready, 1, 100) == 1 ? read(ready.fd, text, sizeof(text)) : 0;
+            all.append(text, size > 0 ? static_cast<size_t>(size) : 0);
+            if (all.find("dport=" + std::to_string(port)) != std::string::npos)
+                return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(sees(9001));
+    for (int i = 0; i < 10; i++)
+        EXPECT_EQ(sender.send(film()), send_outcome::sent);
+    EXPECT_TRUE(sees(9002));
+    EXPECT_EQ(waitpid(watcher, nullptr, WNOHANG), 0);
+    kill(watcher, SIGKILL);
+    waitpid(watcher, nullptr, 0);
+}
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    if (!testing::GTEST_FLAG(list_tests))
+        if ((unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) || system("ip link set lo up") != 0)
+            why_not = "a private network is not allowed here";
+    return RUN_ALL_TESTS();
+}
