@@ -3,13 +3,11 @@
 #include "simulator/player.h"
 #include "simulator/world/daemon_process.h"
 #include "simulator/world/kernel_messages.h"
-#include "simulator/world/private_network.h"
+#include "tests/system/inside_network.h"
 
 #include "common/guards.h"
 #include "platform/linux/client/request_client.h"
 #include "platform/linux/client/request_protocol.h"
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <filesystem>
@@ -306,16 +304,10 @@ bool make_private_places()
 
 int main(int argc, char **argv)
 {
-    std::vector<char *> as_given(argv, argv + argc + 1); // the next line takes its own words out
-    testing::InitGoogleTest(&argc, argv);
-    if (testing::GTEST_FLAG(list_tests))
-        return RUN_ALL_TESTS();
-    if (!inside_private_network()) {
-        why_not = enter_private_network(as_given.data(), {});
-    } else if (!make_private_tmp({argv[0], DAEMON_PATH}) || !make_private_places()) {
-        why_not = "no private directories, see above";
-    } else if (!run("for tool in ip dnsmasq udhcpc nsenter faketime; do command -v $tool || exit 1; done")) {
-        why_not = "one of ip, dnsmasq, udhcpc, nsenter, faketime is missing";
-    }
-    return RUN_ALL_TESTS();
+    return run_tests_inside(argc, argv, {}, &why_not, [](const std::string &program) -> std::string {
+        if (!make_private_tmp({program, DAEMON_PATH}) || !make_private_places())
+            return "no private directories, see above";
+        bool tools = run("for tool in ip dnsmasq udhcpc nsenter faketime; do command -v $tool || exit 1; done");
+        return tools ? "" : "one of ip, dnsmasq, udhcpc, nsenter, faketime is missing";
+    });
 }

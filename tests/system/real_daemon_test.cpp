@@ -3,13 +3,11 @@
 #include "simulator/world/daemon_process.h"
 #include "simulator/world/household_files.h"
 #include "simulator/world/kernel_messages.h"
-#include "simulator/world/private_network.h"
+#include "tests/system/inside_network.h"
 
 #include "common/counters.h"
 #include "common/guards.h"
 #include "platform/linux/client/request_client.h"
-
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -194,15 +192,9 @@ TEST_F(real_daemon, survives_traffic_router_events_settings_and_ticks_at_once)
 
 int main(int argc, char **argv)
 {
-    std::vector<char *> as_given(argv, argv + argc + 1); // the next line takes its own words out
-    testing::InitGoogleTest(&argc, argv);
-    if (testing::GTEST_FLAG(list_tests))
-        return RUN_ALL_TESTS();
-    if (!inside_private_network()) {
-        setenv("TZ", "UTC", 1);
-        why_not = enter_private_network(as_given.data(), fast_clock_words(noon, speed));
-    } else if (!make_private_tmp({argv[0], DAEMON_PATH}) || !make_lan("192.168.77.1/24")) {
-        why_not = "the private network lacks something, see above";
-    }
-    return RUN_ALL_TESTS();
+    setenv("TZ", "UTC", 1);
+    return run_tests_inside(argc, argv, fast_clock_words(noon, speed), &why_not, [](const std::string &program) {
+        bool made = make_private_tmp({program, DAEMON_PATH}) && make_lan("192.168.77.1/24");
+        return std::string(made ? "" : "the private network lacks something, see above");
+    });
 }

@@ -217,10 +217,14 @@ TEST_F(limits_test, reloading_counts_what_was_told_already)
     expect_none();
     use(7, APP_USING, 130, 51);
     expect_alert(1015, "'class_type':'3','use_time':'180'");
-    dev->utl[0].onoff = 0;
-    dev->utl[0].alert_push_num = 0;
-    pre_push_app_alert(dev);
-    EXPECT_EQ(dev->utl[0].alert_push_num, 0u);
+    for (const char *role : {"-1", "0", "2", "1"}) {
+        platform.device(tablet.mac).role = role;
+        dev->utl[0].onoff = role != std::string("1");
+        dev->utl[0].alert_push_num = 0;
+        pre_push_app_alert(dev);
+        expect_none();
+        EXPECT_EQ(dev->utl[0].alert_push_num, 0u) << role;
+    }
 }
 
 TEST_F(limits_test, eyes_rest_once_per_period_of_a_session)
@@ -294,21 +298,4 @@ TEST_F(limits_test, the_daydayup_alert_and_why_not)
         EXPECT_EQ(sent(), lines{alert(1022, "'role':'1','appid':'7'")});
         EXPECT_EQ(answer(), -8);
     }
-}
-
-TEST_F(limits_test, only_role_1_is_told_of_limits)
-{
-    limit(0, 1, 10, 7);
-    limit(1, 5, 10, 7);
-    use(7, APP_USING, 0, 30);
-    for (const char *role : {"-1", "0", "2"}) {
-        platform.device(tablet.mac).role = role;
-        expect_none();
-        pre_push_app_alert(dev);
-        EXPECT_EQ(dev->utl[0].alert_push_num, 0u);
-    }
-    platform.device(tablet.mac).role = "1";
-    mutex_guard lock(device_apps_mtx);
-    push_app_alert(dev);
-    EXPECT_EQ(sent().size(), 2u); // of minutes and of eyes
 }

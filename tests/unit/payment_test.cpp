@@ -112,22 +112,6 @@ TEST_F(payment_test, windows)
     }
 }
 
-TEST_F(payment_test, wechat_waits_for_two_flows_in_a_minute)
-{
-    rule(major(1, 5), WECHAT_PAY);
-    for (u32 gap : {0u, 61u}) {
-        set_clock(clock_now() + gap);
-        hit(WECHAT_PAY, start);
-        EXPECT_EQ(alerts(), lines{});
-        rule(major(1, 5), WECHAT_PAY);
-    }
-    set_clock(clock_now() + 60);
-    hit(WECHAT_PAY, start);
-    rule(major(1, 5), WECHAT_PAY);
-    EXPECT_EQ(alerts(), alert(2, std::to_string(major(1, 5)), clock_now()));
-    EXPECT_EQ(wechatPay_push_flag, 0);
-}
-
 TEST_F(payment_test, two_step_purchases_record_nothing)
 {
     rule(17);
@@ -145,18 +129,6 @@ TEST_F(payment_test, two_step_purchases_record_nothing)
         EXPECT_EQ(logged().size(), static_cast<size_t>(1 + recorded));
         EXPECT_EQ(kept(APPLE_PAY).size() + kept(WECHAT_PAY).size(), 1u);
     }
-}
-
-TEST_F(payment_test, a_rule_wakes_a_listed_device)
-{
-    rule(17, ALI_PAY, 2);
-    rule(17, APPLE_PAY);
-    EXPECT_EQ(logged().back(), json("[appident] #-> app offline appid: 301, APPID: 0, ruleid: 17, MAC: @"));
-    rule(17);
-    EXPECT_EQ(dev->device_state, device_active);
-    EXPECT_STREQ(dev->ip, tablet.ip);
-    EXPECT_EQ(kept(), std::vector<u32>{17});
-    EXPECT_FALSE(lock_is_held());
 }
 
 TEST_F(payment_test, a_device_back_on_line_loads_its_settings_again)

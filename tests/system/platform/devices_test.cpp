@@ -12,12 +12,9 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <fstream>
-#include <future>
 #include <gtest/gtest.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
-#include <netlink/msg.h>
 #include <netlink/netlink.h>
 #include <poll.h>
 #include <string.h>
@@ -27,11 +24,6 @@ using namespace std::literals;
 namespace {
 
 using steady = std::chrono::steady_clock;
-
-int refuse(unsigned int, void *, void *, void *)
-{
-    return -1;
-}
 
 std::string mac_text(const std::string &mac)
 {
@@ -57,31 +49,18 @@ protected:
 
     void tell_kernel(int type, u32 ip, const std::string &mac, uint16_t state = 0)
     {
-        std::unique_ptr<nl_msg, released_by<nlmsg_free>> message(
-            nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0));
-        ndmsg about = {AF_INET, 0, 0, static_cast<int>(if_nametoindex("br-lan")), state, 0, 0};
-        nlmsg_append(message.get(), &about, sizeof about, NLMSG_ALIGNTO);
-        nla_put_u32(message.get(), NDA_DST, ip);
-        if (!mac.empty())
-            nla_put(message.get(), NDA_LLADDR, 6, mac.data());
-        ASSERT_EQ(nl_send_sync(kernel.get(), message.release()), 0);
+        ::tell_kernel(kernel.get(), type, ip, mac, state);
     }
 
-    // Answers like the daemon's loop while the other thread asks.
     json_tree ask(u32 id, const std::string &text = "")
     {
-        auto asking = std::async(std::launch::async, [&] {
-            client_request request = {};
-            request.id = id;
-            request.text = text.c_str();
-            client_answer answer = {};
-            bool done = call_daemon(socket_path.c_str(), 5000, request, &answer) == request_done;
-            return !done ? nullptr : answer.text ? cJSON_Parse(answer.text.get()) : cJSON_CreateTrue();
-        });
-        for (pollfd ready = {server, POLLIN, 0}; asking.wait_for(std::chrono::seconds(0)) != std::future_status::ready;)
-            if (poll(&ready, 1, 20) == 1)
-                ipc_server_accept2();
-        return json_tree(asking.get());
+        client_answer answer = {};
+        client_request request = {};
+        request.id = id;
+        request.text = text.c_str();
+        bool done =
+            serve_during(server, [&] { return call_daemon(socket_path.c_str(), 5000, request, &answer) == request_done; });
+        return json_tree(!done ? nullptr : answer.text ? cJSON_Parse(answer.text.get()) : cJSON_CreateTrue());
     }
 
     bool change(const std::string &text) { return ask(request_change_device, text) != nullptr; }

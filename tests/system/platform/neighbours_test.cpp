@@ -46,13 +46,7 @@ TEST(neighbours, follow_the_kernel_without_asking_it)
         rtnl_link_put(link);
     }
     auto tell_kernel = [&](int type, const char *ip, const std::string &mac, uint16_t state, const char *where = "br-lan") {
-        nl_msg *message = nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0);
-        ndmsg about = {AF_INET, 0, 0, static_cast<int>(if_nametoindex(where)), state, 0, 0};
-        nlmsg_append(message, &about, sizeof about, NLMSG_ALIGNTO);
-        nla_put_u32(message, NDA_DST, inet_addr(ip));
-        if (!mac.empty())
-            nla_put(message, NDA_LLADDR, 6, mac.data());
-        EXPECT_EQ(nl_send_sync(kernel, message), 0) << ip;
+        ::tell_kernel(kernel, type, inet_addr(ip), mac, state, where);
     };
     const std::string tablet = "\2\0\0\0\0\5"s, phone = "\2\0\0\0\0\6"s, zero(6, '\0');
     tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_PERMANENT);

@@ -5,10 +5,16 @@
 #include "common/counter_page.h"
 #include "tests/kit/leftovers.h"
 
+#include <arpa/inet.h>
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -66,7 +72,22 @@ int connect_to(const std::string &path, int type)
     return -1;
 }
 
-// In a child that is nobody in the given groups; its exit code.
+int refuse(unsigned int, void *, void *, void *)
+{
+    return -1;
+}
+
+void tell_kernel(nl_sock *kernel, int type, u32 ip, const std::string &mac, uint16_t state, const char *where)
+{
+    nl_msg *message = nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0);
+    ndmsg about = {AF_INET, 0, 0, static_cast<int>(if_nametoindex(where)), state, 0, 0};
+    nlmsg_append(message, &about, sizeof about, NLMSG_ALIGNTO);
+    nla_put_u32(message, NDA_DST, ip);
+    if (!mac.empty())
+        nla_put(message, NDA_LLADDR, 6, mac.data());
+    EXPECT_EQ(nl_send_sync(kernel, message), 0) << inet_ntoa({ip});
+}
+
 int as_nobody(const std::vector<gid_t> &groups, const std::function<int()> &act)
 {
     pid_t child = fork();

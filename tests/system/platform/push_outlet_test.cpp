@@ -14,11 +14,6 @@ using namespace std::literals;
 
 namespace {
 
-int refuse(unsigned int, void *, void *, void *)
-{
-    return -1;
-}
-
 std::pair<std::string, u64> run_and_seq(const std::string &line)
 {
     json_tree read(cJSON_Parse(line.c_str()));

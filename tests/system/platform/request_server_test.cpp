@@ -7,7 +7,6 @@
 #include "platform/linux/client/request_protocol.h"
 
 #include <fstream>
-#include <future>
 #include <gtest/gtest.h>
 #include <memory>
 #include <poll.h>
@@ -45,16 +44,6 @@ int record_request(unsigned int id, void *pa, void *pb, void *pc)
         *length = static_cast<unsigned int>(result_text.size());
     }
     return result_code;
-}
-
-// Serves like the daemon's loop while the other thread asks.
-template <typename question> auto serve_during(int server, question ask)
-{
-    auto asking = std::async(std::launch::async, ask);
-    for (pollfd ready = {server, POLLIN, 0}; asking.wait_for(0s) != std::future_status::ready;)
-        if (poll(&ready, 1, 20) == 1)
-            ipc_server_accept2();
-    return asking.get();
 }
 
 TEST(request_server, brings_each_id_the_words_of_its_table)
