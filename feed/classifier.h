@@ -33,6 +33,9 @@ public:
     // The bytes of a connection so far, as connection tracking counted them. `began_outside`: its first packet came from
     // outside.
     void count_flow(const flow_key &key, uint64_t up_bytes, uint64_t down_bytes, bool began_outside, uint64_t time_us);
+    bool knows(const flow_key &key) { return flows.find(key) != nullptr; }
+    // The running interval ends then; count_flow() before it.
+    uint64_t interval_end() const { return interval_begin + interval_us; }
     // The time goes on without packets.
     void advance(uint64_t time_us);
     // Every open connection is decided and reported, and forgotten; the interval runs on.

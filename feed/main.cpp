@@ -20,6 +20,7 @@ void on_signal(int)
 void see_everything(classifier_options *) {}
 
 constexpr source_kind source_kinds[] = {
+    {"nflog", nullptr, "the traffic that this router forwards (the default); needs nft", run_nflog_source, adapt_to_nflog},
     {"pcap", "FILE", "a capture file, pcap or pcapng", run_pcap_source, see_everything},
 };
 
@@ -154,7 +155,7 @@ int main(int argc, char **argv)
     std::string argument;
     const source_kind *kind = find_source(options.source, &argument);
     if (!kind)
-        return usage_error(options.source.empty() ? "--source is missing" : "'" + options.source + "' is no source");
+        return usage_error("'" + options.source + "' is no source");
     struct sigaction action {};
     action.sa_handler = on_signal;
     sigaction(SIGINT, &action, nullptr);

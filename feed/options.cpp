@@ -135,7 +135,7 @@ std::string read_options(int argc, char **argv, feed_options *out)
 
 std::string help_text(const std::string &sources)
 {
-    std::string text = "usage: appident-feed --source KIND[:WHAT] [OPTION...]\n"
+    std::string text = "usage: appident-feed [--source KIND[:WHAT]] [OPTION...]\n"
                        "Watches the traffic between the LAN and outside, and tells which device uses which app.\n\n";
     constexpr size_t column = 26;
     for (const known_option &one : known) {

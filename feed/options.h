@@ -12,7 +12,7 @@ enum feed_exit {
 };
 
 struct feed_options {
-    std::string source; // KIND or KIND:ARGUMENT
+    std::string source = "nflog"; // KIND or KIND:ARGUMENT
     std::vector<ip_network> lan;
     bool lan_has_ipv6 = false; // beyond what "private" says
     ip_address as;             // family 0: devices keep their addresses

@@ -27,6 +27,9 @@ struct source_kind {
     void (*adapt)(classifier_options *options);
 };
 
+int run_nflog_source(const std::string &argument, const source_run &run);
+void adapt_to_nflog(classifier_options *options);
+
 int run_pcap_source(const std::string &path, const source_run &run);
 
 #endif

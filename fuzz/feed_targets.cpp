@@ -1,10 +1,16 @@
 // What the feed reads from the network and from files: hellos, QUIC packets, DNS answers, whole captures, catalogues.
 #include "feed/classifier.h"
 #include "feed/client_hello.h"
+#include "feed/conntrack_entry.h"
 #include "feed/link_layer.h"
+#include "feed/netfilter_socket.h"
+#include "feed/nflog_message.h"
 #include "fuzz/targets.h"
 #include "tests/feed/spoken.h"
 
+#include <linux/netfilter/nfnetlink_conntrack.h>
+#include <linux/netfilter/nfnetlink_log.h>
+#include <linux/netlink.h>
 #include <stdlib.h>
 
 namespace {
@@ -148,6 +154,52 @@ std::vector<bytes> capture_seeds()
     return {talk, names + quic, talk + v6 + names, v6};
 }
 
+// A datagram of the kernel's packet log.
+void take_nflog(const bytes &input)
+{
+    std::vector<uint8_t> block = block_of(input);
+    const char *data = reinterpret_cast<const char *>(block.data());
+    const nlmsghdr *message = nullptr;
+    while ((message = next_netlink_message(data, static_cast<int>(block.size()), message)) != nullptr) {
+        logged_packet logged;
+        if (!read_logged_packet(message, 1700000000000000, &logged))
+            continue;
+        must(logged.one.captured > 0 && logged.one.captured <= block.size() && logged.one.length >= logged.one.captured);
+        bytes copy(reinterpret_cast<const char *>(logged.one.bytes), logged.one.captured); // all of it must be there
+        must(copy.size() <= block.size());
+        ip_packet ip;
+        read_ip_packet(logged.one, &ip);
+    }
+}
+
+std::vector<bytes> nflog_seeds()
+{
+    bytes packet = tcp_packet(phone_to_server, 1, 2, bytes(100, 'd'));
+    bytes time = number(1700000000, 8) + number(5, 8), link = number(6, 2) + bytes(2, 0) + "\2abcde" + bytes(2, 0);
+    bytes logged = netlink_message(NFNL_SUBSYS_ULOG << 8 | NFULNL_MSG_PACKET,
+                                   netlink_attribute(NFULA_PAYLOAD, packet) + netlink_attribute(NFULA_TIMESTAMP, time) +
+                                       netlink_attribute(NFULA_HWADDR, link) + netlink_attribute(NFULA_SEQ, number(7, 4)));
+    return {logged, logged + logged};
+}
+
+void take_conntrack(const bytes &input)
+{
+    std::vector<uint8_t> block = block_of(input);
+    const char *data = reinterpret_cast<const char *>(block.data());
+    const nlmsghdr *message = nullptr;
+    while ((message = next_netlink_message(data, static_cast<int>(block.size()), message)) != nullptr) {
+        conntrack_entry entry;
+        if (read_conntrack_entry(message, &entry))
+            must(entry.client.address.family != 0 && entry.client.address.family == entry.server.address.family);
+    }
+}
+
+std::vector<bytes> conntrack_seeds()
+{
+    return {conntrack_message(phone_to_server, 1000, 50000),
+            conntrack_message({"2001:db8::1", "2001:db8::2", 4000, 443}, 1, 2)};
+}
+
 void take_apps(const bytes &input)
 {
     app_catalogue apps;
@@ -167,6 +219,11 @@ std::vector<bytes> apps_seeds()
 } // namespace
 
 const std::vector<fuzz_target> fuzz_targets = {
-    {"feed_hello", take_hello, hello_seeds},       {"feed_quic", take_quic, quic_seeds}, {"feed_dns", take_dns, dns_seeds},
-    {"feed_capture", take_capture, capture_seeds}, {"feed_apps", take_apps, apps_seeds},
+    {"feed_hello", take_hello, hello_seeds},
+    {"feed_quic", take_quic, quic_seeds},
+    {"feed_dns", take_dns, dns_seeds},
+    {"feed_capture", take_capture, capture_seeds},
+    {"feed_apps", take_apps, apps_seeds},
+    {"feed_nflog", take_nflog, nflog_seeds},
+    {"feed_conntrack", take_conntrack, conntrack_seeds},
 };

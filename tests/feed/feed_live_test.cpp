@@ -1,5 +1,8 @@
 // What the feed says to the kernel and to the daemon, over real netlink in a network of its own.
+#include "feed/conntrack_entry.h"
 #include "feed/message_sender.h"
+#include "feed/netfilter_socket.h"
+#include "feed/nflog_message.h"
 #include "tests/feed/spoken.h"
 
 #include "common/accounting_format.h"
@@ -10,12 +13,14 @@
 
 #include <fcntl.h>
 #include <linux/netfilter/nfnetlink.h>
+#include <linux/netfilter/nfnetlink_log.h>
 #include <linux/netlink.h>
 #include <netinet/in.h>
 #include <netlink/msg.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <string.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -183,6 +188,66 @@ TEST_F(feed_sender, leaves_who_watches_connections_alone)
     EXPECT_EQ(waitpid(watcher, nullptr, WNOHANG), 0);
     kill(watcher, SIGKILL);
     waitpid(watcher, nullptr, 0);
+}
+
+TEST(feed_netfilter, reads_what_the_kernel_logs)
+{
+    constexpr uint64_t now = 1700000005000000;
+    const bytes ip = tcp_packet({"192.168.77.20", "203.0.113.5", 40000, 443}, 1, 2, bytes(100, 'd'));
+    const bytes link = number(6, 2) + bytes(2, 0) + "\2abcde" + bytes(2, 0);
+    const bytes payload = netlink_attribute(NFULA_PAYLOAD, ip.substr(0, 60));
+    auto read = [&](const bytes &attributes, logged_packet *out) {
+        static bytes kept;
+        kept = netlink_message(NFNL_SUBSYS_ULOG << 8 | NFULNL_MSG_PACKET, attributes);
+        const nlmsghdr *message = next_netlink_message(kept.data(), static_cast<int>(kept.size()), nullptr);
+        return message && read_logged_packet(message, now, out);
+    };
+    logged_packet out;
+    ASSERT_TRUE(read(netlink_attribute(NFULA_TIMESTAMP, number(1700000000, 8) + number(7, 8)) +
+                         netlink_attribute(NFULA_HWADDR, link) + payload + netlink_attribute(NFULA_SEQ, number(9, 4)),
+                     &out));
+    EXPECT_EQ(out.one.time_us, 1700000000000007u);
+    EXPECT_EQ(out.one.captured, 60u);
+    EXPECT_EQ(out.one.length, ip.size());
+    EXPECT_TRUE(out.one.has_mac && memcmp(out.one.mac, "\2abcde", 6) == 0);
+    EXPECT_TRUE(out.has_sequence && out.sequence == 9);
+
+    // A time far from now is not taken, nor a link address of another length; without contents there is no packet.
+    ASSERT_TRUE(read(netlink_attribute(NFULA_TIMESTAMP, number(~0ull, 8) + number(7, 8)) +
+                         netlink_attribute(NFULA_HWADDR, number(8, 2) + bytes(10, 1)) + payload,
+                     &out));
+    EXPECT_EQ(out.one.time_us, now);
+    EXPECT_FALSE(out.one.has_mac || out.has_sequence);
+    EXPECT_FALSE(read(netlink_attribute(NFULA_PAYLOAD, ""), &out));
+    EXPECT_FALSE(read(netlink_attribute(NFULA_HWADDR, link), &out));
+    EXPECT_FALSE(read(netlink_attribute(NFULA_SEQ, "12") + payload, &out));
+}
+
+TEST(feed_netfilter, reads_connections_as_they_are_forwarded)
+{
+    auto read = [](const bytes &message, conntrack_entry *out) {
+        const nlmsghdr *header = next_netlink_message(message.data(), static_cast<int>(message.size()), nullptr);
+        return header && read_conntrack_entry(header, out);
+    };
+    conntrack_entry out;
+    // The server sees the router's address.
+    ASSERT_TRUE(read(conntrack_message({"192.168.77.20", "203.0.113.5", 40000, 443}, 10, 1ull << 40, "203.0.113.1"), &out));
+    EXPECT_EQ(address_text(out.client.address), "192.168.77.20");
+    EXPECT_EQ(address_text(out.server.address), "203.0.113.5");
+    EXPECT_EQ(out.client.port, 40000);
+    EXPECT_EQ(out.server.port, 443);
+    EXPECT_EQ(out.client_bytes, 10u);
+    EXPECT_EQ(out.server_bytes, 1ull << 40);
+    ASSERT_TRUE(read(conntrack_message({"2001:db8::1", "2001:db8::2", 1, 2}, 3, 4), &out));
+    EXPECT_EQ(address_text(out.client.address), "2001:db8::1");
+    // Cut short behind the tuples, it has no counters.
+    bytes cut = conntrack_message({"192.168.77.20", "203.0.113.5", 40000, 443}, 10, 20);
+    for (size_t size = cut.size() - 4; size > 0; size -= 4) {
+        bytes shorter = cut.substr(0, size);
+        uint32_t length = static_cast<uint32_t>(size);
+        memcpy(shorter.data(), &length, std::min(sizeof(length), size));
+        EXPECT_FALSE(read(shorter, &out)) << size;
+    }
 }
 
 int main(int argc, char **argv)

@@ -153,7 +153,6 @@ TEST_F(feed_program, says_what_is_wrong_and_ends_with_a_code_of_its_own)
     } cases[] = {
         {"--help", 0, ""},
         {"--version", 0, ""},
-        {"", 2, "--source is missing"},
         {"--source tape:x --dry", 2, "'tape:x' is no source"},
         {"--source pcap --dry", 2, "'pcap' is no source"},
         {"--source pcap:x --lan house --dry", 2, "'house' is no private|CIDR for --lan"},

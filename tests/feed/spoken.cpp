@@ -3,6 +3,9 @@
 #include "feed/address.h"
 #include "feed/quic_crypto.h"
 
+#include <linux/netfilter/nfnetlink.h>
+#include <linux/netfilter/nfnetlink_conntrack.h>
+#include <linux/netlink.h>
 #include <openssl/evp.h>
 #include <pcap/pcap.h>
 #include <string.h>
@@ -74,6 +77,46 @@ bytes encrypt(const EVP_CIPHER *cipher, const std::array<uint8_t, 16> &key, cons
 }
 
 } // namespace
+
+bytes netlink_attribute(int type, const bytes &contents)
+{
+    nlattr header{static_cast<uint16_t>(sizeof(nlattr) + contents.size()), static_cast<uint16_t>(type)};
+    bytes whole = bytes(reinterpret_cast<const char *>(&header), sizeof(header)) + contents;
+    return whole + bytes((4 - whole.size() % 4) % 4, 0);
+}
+
+bytes netlink_message(int type, const bytes &attributes)
+{
+    nlmsghdr header{};
+    nfgenmsg family{};
+    header.nlmsg_len = static_cast<uint32_t>(sizeof(header) + sizeof(family) + attributes.size());
+    header.nlmsg_type = static_cast<uint16_t>(type);
+    return bytes(reinterpret_cast<const char *>(&header), sizeof(header)) +
+           bytes(reinterpret_cast<const char *>(&family), sizeof(family)) + attributes;
+}
+
+bytes conntrack_message(const ends &of, uint64_t up, uint64_t down, const std::string &seen_as)
+{
+    auto tuple = [](const ends &way) {
+        bool v4 = way.from.find(':') == std::string::npos;
+        bytes ip = netlink_attribute(v4 ? CTA_IP_V4_SRC : CTA_IP_V6_SRC, address_bytes(way.from)) +
+                   netlink_attribute(v4 ? CTA_IP_V4_DST : CTA_IP_V6_DST, address_bytes(way.to));
+        bytes proto = netlink_attribute(CTA_PROTO_NUM, number(6, 1)) +
+                      netlink_attribute(CTA_PROTO_SRC_PORT, number(way.from_port, 2)) +
+                      netlink_attribute(CTA_PROTO_DST_PORT, number(way.to_port, 2));
+        return netlink_attribute(CTA_TUPLE_IP, ip) + netlink_attribute(CTA_TUPLE_PROTO, proto);
+    };
+    auto counters = [](uint64_t count) {
+        return netlink_attribute(CTA_COUNTERS_PACKETS, number(1, 8)) + netlink_attribute(CTA_COUNTERS_BYTES, number(count, 8));
+    };
+    ends reply = back(of);
+    if (!seen_as.empty())
+        reply.to = seen_as;
+    return netlink_message(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW,
+                           netlink_attribute(CTA_TUPLE_ORIG, tuple(of)) + netlink_attribute(CTA_TUPLE_REPLY, tuple(reply)) +
+                               netlink_attribute(CTA_COUNTERS_ORIG, counters(up)) +
+                               netlink_attribute(CTA_COUNTERS_REPLY, counters(down)));
+}
 
 bytes number(uint64_t value, int size)
 {

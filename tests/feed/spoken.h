@@ -15,6 +15,10 @@ inline byte_view view(const bytes &of)
     return {reinterpret_cast<const uint8_t *>(of.data()), of.size()};
 }
 
+// Netlink, in host order: an attribute, padded; a message of netfilter's with its attributes.
+bytes netlink_attribute(int type, const bytes &contents);
+bytes netlink_message(int type, const bytes &attributes);
+
 // An integer in network order.
 bytes number(uint64_t value, int size);
 
@@ -49,6 +53,8 @@ inline ends back(const ends &of)
 {
     return {of.to, of.from, of.to_port, of.from_port};
 }
+// A connection with its counters, as connection tracking tells it; the other end sees `seen_as` where that is not empty.
+bytes conntrack_message(const ends &of, uint64_t up, uint64_t down, const std::string &seen_as = {});
 bytes udp_packet(const ends &of, const bytes &payload);
 bytes tcp_packet(const ends &of, uint32_t sequence, uint8_t flags, const bytes &payload);
 

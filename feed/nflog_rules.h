@@ -1,0 +1,18 @@
+// The rules that log what the feed wants to see, in an nft table of its own.
+#ifndef FEED_NFLOG_RULES_H
+#define FEED_NFLOG_RULES_H
+
+#include <stdint.h>
+
+// Netfilter's log group of the rules.
+constexpr uint16_t log_group = 5306;
+// So many packets of a connection are logged; the rule says the same.
+constexpr uint32_t packets_logged = 12;
+// Of a packet so many bytes: a hello of two segments that the network card joined is whole.
+constexpr uint32_t bytes_logged = 4096;
+
+// Puts the table there, in place of one that another run left. False after a message on standard error.
+bool load_log_rules();
+void remove_log_rules();
+
+#endif

@@ -1,0 +1,142 @@
+// The traffic that this router forwards, as its kernel sees it: the first packets of connections and the answers of name
+// servers are logged by rules of our own, and the bytes of connections are those that connection tracking counts.
+#include "feed/conntrack_counters.h"
+#include "feed/nflog_message.h"
+#include "feed/nflog_rules.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <errno.h>
+#include <linux/netfilter/nfnetlink.h>
+#include <linux/netfilter/nfnetlink_log.h>
+#include <linux/netlink.h>
+#include <netlink/attr.h>
+#include <netlink/errno.h>
+#include <poll.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+namespace {
+
+constexpr uint64_t second_us = 1000000;
+constexpr int receive_buffer_bytes = 4 * 1024 * 1024;
+// The kernel sends a datagram when it has gathered so much.
+constexpr uint32_t datagram_bytes = 32 * 1024, datagram_packets = 64, datagram_centiseconds = 10;
+constexpr int longest_wait_ms = 100;
+// So long before an interval ends its bytes are asked for.
+constexpr uint64_t dump_lead_us = 300000;
+// Between two looks at the clock.
+constexpr int most_datagrams_at_once = 64;
+
+uint64_t wall_us()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * second_us + static_cast<uint64_t>(now.tv_nsec) / 1000;
+}
+
+struct packet_log {
+    netfilter_socket socket;
+    bool has_sequence = false;
+    uint32_t next_sequence = 0;
+};
+
+bool open_log(packet_log *log)
+{
+    if (!log->socket.open(0)) {
+        fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
+        return false;
+    }
+    log->socket.enlarge_buffer(receive_buffer_bytes);
+    nl_msg_ptr request = netfilter_request(NFNL_SUBSYS_ULOG << 8 | NFULNL_MSG_CONFIG, 0, 0, log_group);
+    nfulnl_msg_config_cmd bind{NFULNL_CFG_CMD_BIND};
+    nfulnl_msg_config_mode mode{htonl(bytes_logged), NFULNL_COPY_PACKET, 0};
+    bool whole = request && nla_put(request.get(), NFULA_CFG_CMD, sizeof(bind), &bind) == 0 &&
+                 nla_put(request.get(), NFULA_CFG_MODE, sizeof(mode), &mode) == 0 &&
+                 nla_put_u32(request.get(), NFULA_CFG_NLBUFSIZ, htonl(datagram_bytes)) == 0 &&
+                 nla_put_u32(request.get(), NFULA_CFG_TIMEOUT, htonl(datagram_centiseconds)) == 0 &&
+                 nla_put_u32(request.get(), NFULA_CFG_QTHRESH, htonl(datagram_packets)) == 0 &&
+                 nla_put_u16(request.get(), NFULA_CFG_FLAGS, htons(NFULNL_CFG_F_SEQ)) == 0;
+    int refused = whole ? log->socket.ask(std::move(request)) : -NLE_NOMEM;
+    if (refused == 0)
+        return true;
+    fprintf(stderr, "appident-feed: the kernel's packet log (group %u) cannot be read: %s%s\n", log_group, nl_geterror(refused),
+            refused == -NLE_BUSY ? "; is another feed running?" : "");
+    return false;
+}
+
+void take_message(packet_log *log, const nlmsghdr *message, uint64_t now, const source_run &run)
+{
+    logged_packet logged;
+    if (!read_logged_packet(message, now, &logged)) {
+        run.counts[feed_log_undecodable]++;
+        return;
+    }
+    if (logged.has_sequence) {
+        if (log->has_sequence)
+            run.counts[feed_log_lost] += logged.sequence - log->next_sequence; // modulo 2^32
+        log->has_sequence = true;
+        log->next_sequence = logged.sequence + 1;
+    }
+    run.classify.take(logged.one);
+}
+
+void take_packets(packet_log *log, const source_run &run)
+{
+    for (int i = 0; i < most_datagrams_at_once && log->socket.receive(); i++) {
+        uint64_t now = wall_us();
+        const nlmsghdr *message = nullptr;
+        while ((message = log->socket.next_message(message)) != nullptr)
+            if (message->nlmsg_type != NLMSG_DONE) // behind the last of several
+                take_message(log, message, now, run);
+    }
+}
+
+} // namespace
+
+int run_nflog_source(const std::string &, const source_run &run)
+{
+    packet_log log;
+    conntrack_counters counters;
+    if (!open_log(&log))
+        return feed_failed;
+    if (!counters.open()) {
+        fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
+        return feed_failed;
+    }
+    uint64_t refreshed = wall_us();
+    run.classify.advance(refreshed);
+    // What connections moved before the rules are there is no use that was seen.
+    counters.read(run, true, refreshed);
+    if (!load_log_rules())
+        return feed_failed;
+    uint64_t counted = 0; // the end of the interval that was counted last
+    while (!run.stop) {
+        pollfd ready{log.socket.descriptor(), POLLIN, 0};
+        poll(&ready, 1, longest_wait_ms);
+        take_packets(&log, run);
+        uint64_t now = wall_us();
+        if (now + dump_lead_us >= run.classify.interval_end() && counted != run.classify.interval_end()) {
+            counted = run.classify.interval_end();
+            counters.read(run, false, std::min(now, counted - 1));
+            now = wall_us();
+        }
+        run.classify.advance(now);
+        if (now - refreshed >= interval_us) {
+            run.refresh();
+            refreshed = now;
+        }
+    }
+    remove_log_rules();
+    take_packets(&log, run);
+    counters.read(run, false, wall_us());
+    run.classify.finish();
+    return feed_done;
+}
+
+void adapt_to_nflog(classifier_options *options)
+{
+    options->packets_shown = packets_logged;
+    options->count_packets = false;
+}
