@@ -3,10 +3,10 @@
 #define TESTS_KIT_CONFIG_FILES_H
 
 #include "tests/kit/household.h"
+#include "tests/kit/waiting.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 // JSON written with ' for " and @ for the tablet's MAC text.
 inline std::string json(const std::string &short_hand)
@@ -30,8 +30,7 @@ inline void store(const std::string &text)
 // "" when there is no file.
 inline std::string stored()
 {
-    std::ifstream file(config_file());
-    return {std::istreambuf_iterator<char>(file), {}};
+    return text_of(config_file());
 }
 
 #endif

@@ -3,20 +3,19 @@
 #include "simulator/player.h"
 #include "simulator/world/daemon_process.h"
 #include "simulator/world/kernel_messages.h"
+#include "tests/kit/waiting.h"
 #include "tests/system/inside_network.h"
 
 #include "common/guards.h"
 #include "platform/linux/client/request_client.h"
 #include "platform/linux/client/request_protocol.h"
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
 
 namespace {
 
@@ -56,19 +55,6 @@ pid_t start(std::vector<std::string> words)
     raw.push_back(nullptr);
     execvp(raw[0], raw.data());
     _exit(127);
-}
-
-template <typename condition> bool comes_true(int seconds, condition holds)
-{
-    for (int i = 0; i < seconds * 10 && !holds(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    return holds();
-}
-
-std::string contents(const std::string &path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 size_t times_in(const std::string &text, const std::string &part)
@@ -137,7 +123,7 @@ pid_t start_with_fast_clock()
     for (const std::string &word : words)
         command += "'" + word + "' ";
     run(command + ">/tmp/preload");
-    std::string library = contents("/tmp/preload");
+    std::string library = text_of("/tmp/preload");
     // In front of the daemon alone, so that the process we started is the daemon.
     std::vector<std::string> daemon = {"env",
                                        "LD_PRELOAD=" + library.substr(0, library.find('\n')),
@@ -159,7 +145,7 @@ json_tree ask(u32 id, const std::string &text = "")
     return json_tree(answer.text ? cJSON_Parse(answer.text.get()) : cJSON_CreateTrue());
 }
 
-std::string text_of(const cJSON *object, const char *key)
+std::string member(const cJSON *object, const char *key)
 {
     const cJSON *item = cJSON_GetObjectItem(object, key);
     return cJSON_IsString(item) ? item->valuestring : cJSON_IsBool(item) ? (cJSON_IsTrue(item) ? "true" : "false") : "";
@@ -171,15 +157,15 @@ std::string listed(const char *mac, const char *key)
     json_tree answer = ask(request_list_devices);
     const cJSON *device = nullptr;
     cJSON_ArrayForEach(device, cJSON_GetObjectItem(answer.get(), "devices")) {
-        if (text_of(device, "mac") == mac)
-            return text_of(device, key);
+        if (member(device, "mac") == mac)
+            return member(device, key);
     }
     return "";
 }
 
 std::string daemon_log()
 {
-    return contents(daemon_log_path);
+    return text_of(daemon_log_path);
 }
 
 void use_app(const std::string &ip)
@@ -206,13 +192,13 @@ protected:
     {
         if (!why_not.empty())
             GTEST_SKIP() << "NOT TESTED HERE, a home as it is found: " << why_not;
-        ASSERT_TRUE(make_home()) << contents("/tmp/home.log");
+        ASSERT_TRUE(make_home()) << text_of("/tmp/home.log");
         for (size_t i = 0; i < std::size(hosts); ++i)
-            ASSERT_TRUE(join(&hosts[i], "port" + std::to_string(i))) << contents("/tmp/home.log");
+            ASSERT_TRUE(join(&hosts[i], "port" + std::to_string(i))) << text_of("/tmp/home.log");
         daemon = start_with_fast_clock();
-        ASSERT_TRUE(comes_true(60, daemon_serves)) << contents("/tmp/daemon.err");
+        ASSERT_TRUE(comes_true(60, daemon_serves)) << text_of("/tmp/daemon.err");
         for (const host &one : hosts)
-            ASSERT_TRUE(ask_for_address(one)) << contents("/tmp/home.log");
+            ASSERT_TRUE(ask_for_address(one)) << text_of("/tmp/home.log");
     }
 
     void TearDown() override
@@ -233,8 +219,8 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_TRUE(comes_true(20, [] { return listed(hosts[3].mac, "on_line") == "true"; }));
     EXPECT_EQ(listed(hosts[0].mac, "name_from") + " " + listed(hosts[0].mac, "private_mac"), "lease false");
     EXPECT_EQ(listed(hosts[3].mac, "private_mac"), "true");
-    EXPECT_EQ(text_of(cJSON_GetObjectItem(ask(request_list_devices).get(), "lan"), "interface"), "home0");
-    EXPECT_EQ(times_in(contents("/tmp/daemon.err"), "the LAN is home0"), 1u);
+    EXPECT_EQ(member(cJSON_GetObjectItem(ask(request_list_devices).get(), "lan"), "interface"), "home0");
+    EXPECT_EQ(times_in(text_of("/tmp/daemon.err"), "the LAN is home0"), 1u);
 
     // Seen, not tracked, until somebody gives a role.
     const host &tablet = hosts[0];
@@ -257,17 +243,17 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
 
     // It comes back as somebody whom dnsmasq has not met, and so gets another address.
     ASSERT_TRUE(run(inside(tablet, "ip link set eth0 up")));
-    ASSERT_TRUE(ask_for_address(tablet, " -x 0x3d:0102030405")) << contents("/tmp/home.log");
+    ASSERT_TRUE(ask_for_address(tablet, " -x 0x3d:0102030405")) << text_of("/tmp/home.log");
     EXPECT_TRUE(
         comes_true(60, [&] { return listed(tablet.mac, "on_line") == "true" && listed(tablet.mac, "address") != address; }));
     EXPECT_TRUE(comes_true(20, [&] { return times_in(daemon_log(), come) == 2; }));
     EXPECT_TRUE(is_tracked(listed(tablet.mac, "address")));
 
     // What the person said and what was seen outlive the daemon, each in its file.
-    const std::string roster = contents("/var/lib/appident/roster.json");
+    const std::string roster = text_of("/var/lib/appident/roster.json");
     EXPECT_EQ(times_in(roster, "\"mac\""), 1u) << roster;
     EXPECT_TRUE(
-        comes_true(60, [] { return times_in(contents("/var/lib/appident/observed.json"), "\"mac\"") == std::size(hosts); }));
+        comes_true(60, [] { return times_in(text_of("/var/lib/appident/observed.json"), "\"mac\"") == std::size(hosts); }));
     EXPECT_EQ(stop_daemon(daemon), status_after_sigterm);
     // The next start meets other DHCP servers' leases.
     std::filesystem::remove("/var/lib/misc/dnsmasq.leases");
@@ -286,7 +272,7 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_EQ(listed(tablet.mac, "name") + ", " + listed(hosts[2].mac, "name"), "Ben's tablet, laptop");
     for (const auto &[place, name] : {std::pair(1, "games"), std::pair(4, "screen")})
         EXPECT_TRUE(comes_true(20, [&, at = place, wanted = name] { return listed(hosts[at].mac, "name") == wanted; })) << name;
-    EXPECT_EQ(contents("/var/lib/appident/roster.json"), roster);
+    EXPECT_EQ(text_of("/var/lib/appident/roster.json"), roster);
 }
 
 // A place for all that the daemon and dnsmasq keep by default.

@@ -2,6 +2,7 @@
 // buffer is tracked, what does not is counted.
 #include "simulator/world/kernel_messages.h"
 #include "simulator/world/private_network.h"
+#include "tests/kit/waiting.h"
 
 #include "appident/app_ident.h"
 #include "appident/model/app_slots.h"
@@ -36,13 +37,6 @@ u32 counted(counter which)
     return readings[which].value;
 }
 
-template <typename condition> bool becomes_true(condition holds)
-{
-    for (int tenths = 0; tenths < 600 && !holds(); tenths++)
-        std::this_thread::sleep_for(milliseconds(100));
-    return holds();
-}
-
 struct nothing_lost : testing::Test {
     void SetUp() override
     {
@@ -51,7 +45,7 @@ struct nothing_lost : testing::Test {
         ASSERT_TRUE(sender >= 0);
         tracked = counted(counter_hits_tracked) + 1;
         send(start_mark);
-        ASSERT_TRUE(becomes_true([&] { return counted(counter_hits_tracked) == tracked; }));
+        ASSERT_TRUE(comes_true([&] { return counted(counter_hits_tracked) == tracked; }));
         lost = counted(counter_traffic_lost);
     }
     void send(u32 mark = 0) const
@@ -89,7 +83,7 @@ TEST_F(nothing_lost, a_second_without_the_loop)
 {
     u64 before = bytes_of_the_app();
     send_while_held_up(10000, milliseconds(1000));
-    EXPECT_TRUE(becomes_true([&] { return counted(counter_hits_tracked) - tracked >= 10000; }));
+    EXPECT_TRUE(comes_true([&] { return counted(counter_hits_tracked) - tracked >= 10000; }));
     EXPECT_EQ(counted(counter_hits_tracked) - tracked, 10000u);
     EXPECT_EQ(bytes_of_the_app() - before, 10000u * bytes_up);
     EXPECT_EQ(counted(counter_traffic_lost), lost);
@@ -99,11 +93,11 @@ TEST_F(nothing_lost, a_full_buffer_is_counted_and_reception_goes_on)
 {
     send_while_held_up(40000, milliseconds(0));
     auto accounted = [&] { return counted(counter_hits_tracked) - tracked + counted(counter_traffic_lost) - lost; };
-    EXPECT_TRUE(becomes_true([&] { return accounted() == 40000; })) << accounted();
+    EXPECT_TRUE(comes_true([&] { return accounted() == 40000; })) << accounted();
     EXPECT_GT(counted(counter_traffic_lost), lost);
     u32 so_far = counted(counter_hits_tracked);
     send();
-    EXPECT_TRUE(becomes_true([&] { return counted(counter_hits_tracked) == so_far + 1; }));
+    EXPECT_TRUE(comes_true([&] { return counted(counter_hits_tracked) == so_far + 1; }));
 }
 
 // A network and files of our own, and the daemon's parts as its main starts them, but for the waiting.

@@ -10,10 +10,8 @@
 #include "platform/linux/client/request_client.h"
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string.h>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -89,56 +87,6 @@ protected:
     pid_t daemon = -1;
     fd_guard conntrack{open_conntrack()};
 };
-
-TEST_F(real_daemon, drops_and_counts_bad_input_and_goes_on)
-{
-    std::vector<unsigned char> good = accounting_message(hit(201, 0, true));
-    send_traffic({good.begin(), good.begin() + 20});
-    std::vector<unsigned char> longer_than_read(good);
-    reinterpret_cast<nlmsghdr *>(longer_than_read.data())->nlmsg_len += 400;
-    send_traffic(longer_than_read);
-    expect_counter("traffic_short", 2);
-
-    nlk_sys_msg payment = app_message(IGD_ACTION_ADD, application_word(301), 7, home.devices[0].ip, home.devices[0].mac);
-    send_to_channel(payment, 35);
-    expect_counter("router_ignored", 1);
-
-    client_answer answer = {};
-    for (u32 id : {0u, 5u, 10u, 15u, 4000000000u})
-        EXPECT_NE(call_daemon(request_socket_path, an_hour, {id, home.devices[0].mac.c_str(), "", nullptr, 0}, &answer),
-                  request_done);
-    EXPECT_EQ(call_daemon(request_socket_path, an_hour, {11, home.devices[0].mac.c_str(), "{", nullptr, 0}, &answer),
-              request_refused);
-    std::ofstream(std::string(state_directory) + "/roster.json") << "{\"devices\":[";
-
-    send_traffic(good);
-    expect_counter("hits_tracked", 1);
-    EXPECT_EQ(call_daemon(request_socket_path, an_hour, {7, home.devices[0].mac.c_str(), nullptr, nullptr, 0}, &answer),
-              request_done);
-    EXPECT_NE(std::string(answer.text ? answer.text.get() : "").find("\"appid\":201"), std::string::npos);
-}
-
-// What runs is left alone by whoever starts it once more, or only asks what it is.
-TEST_F(real_daemon, is_left_alone_by_a_second_one)
-{
-    struct stat before = {}, after = {};
-    auto run = [](const std::string &words) { return WEXITSTATUS(system((DAEMON_PATH + words).c_str())); };
-    auto paths = [](struct stat &found) { return stat(request_socket_path, &found) == 0; };
-    ASSERT_TRUE(paths(before));
-    setenv("APPIDENT_PLATFORM_SETTINGS", settings_path, 1);
-    EXPECT_EQ(run(" --version | grep -q '^appident [0-9]'"), 0);
-    EXPECT_EQ(run(" --help | grep -q '^usage: appident'"), 0);
-    EXPECT_EQ(run(" 2>/tmp/second"), 255);
-    EXPECT_EQ(system("grep -q 'another one runs already' /tmp/second"), 0);
-    ASSERT_TRUE(paths(after));
-    EXPECT_EQ(before.st_ino, after.st_ino);
-    u32 owner = 0;
-    counter_reading readings[1];
-    EXPECT_EQ(counter_page_read(counters_path, readings, 1, &owner), 1);
-    EXPECT_EQ(owner, static_cast<u32>(daemon));
-    send_traffic(accounting_message(hit(201, 0, true)));
-    expect_counter("hits_tracked", 1);
-}
 
 // Ticks come by themselves, two hundred a second. What is looked for is a sanitizer's report, or a daemon that stops answering.
 TEST_F(real_daemon, survives_traffic_router_events_settings_and_ticks_at_once)

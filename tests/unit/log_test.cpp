@@ -1,11 +1,11 @@
 // The log where others may write beside it, and the zone that its lines and the day's end follow.
 #include "common/log.h"
 #include "tests/kit/household.h"
+#include "tests/kit/waiting.h"
 
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -28,11 +28,6 @@ protected:
         log_file = usual;
         std::filesystem::remove_all(path);
         household::TearDown();
-    }
-    static std::string text_of(const std::string &file)
-    {
-        std::ifstream opened(file);
-        return {std::istreambuf_iterator<char>(opened), {}};
     }
     struct stat about() const
     {

@@ -34,8 +34,7 @@ void write_file(const std::string &name, const std::string &text)
 
 std::string read_file(const std::string &name)
 {
-    std::ifstream file(home + name);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return text_of(home + name);
 }
 
 mode_t mode_of(const std::string &path)

@@ -4,14 +4,13 @@
 #define TESTS_SYSTEM_PLATFORM_PLACE_H
 
 #include "igd/igd_lib.h"
+#include "tests/kit/waiting.h"
 
-#include <chrono>
 #include <functional>
 #include <future>
 #include <poll.h>
 #include <string>
 #include <sys/types.h>
-#include <thread>
 #include <vector>
 
 extern std::string home; // ends with a slash; holds settings.json, state/, run/
@@ -43,13 +42,6 @@ template <typename question> auto serve_during(int server, question ask)
         if (poll(&ready, 1, 20) == 1)
             ipc_server_accept2();
     return asking.get();
-}
-
-template <typename condition> bool comes_true(condition holds)
-{
-    for (int i = 0; i < 6000 && !holds(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return holds();
 }
 
 #endif

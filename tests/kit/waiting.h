@@ -1,0 +1,29 @@
+// Waits for conditions, and reads what was written meanwhile.
+#ifndef TESTS_KIT_WAITING_H
+#define TESTS_KIT_WAITING_H
+
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+
+template <typename condition> bool comes_true(int seconds, condition holds)
+{
+    for (int i = 0; i < seconds * 100 && !holds(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return holds();
+}
+template <typename condition> bool comes_true(condition holds)
+{
+    return comes_true(60, holds);
+}
+
+// "" when there is no such file.
+inline std::string text_of(const std::string &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+#endif
