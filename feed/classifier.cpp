@@ -7,6 +7,7 @@ namespace {
 
 constexpr uint16_t dns_port = 53;
 constexpr uint16_t first_client_port = 1024;
+constexpr uint64_t untracked_us = interval_us + interval_us / 2;
 
 mac_address mac_of(const packet &from)
 {
@@ -224,12 +225,14 @@ void classifier::count_flow(const flow_key &key, uint64_t up_bytes, uint64_t dow
         one = new_flow(key, device_for(key.device, time_us), time_us);
         one->from_outside = began_outside;
         one->has_payload = one->is_answered = true;
+        one->tracked_us = time_us;
         // What it moved before is of unknown age.
         one->up = up_bytes;
         one->down = down_bytes;
         give_up(one);
         return;
     }
+    one->tracked_us = time_us;
     // Smaller counters are those of another connection between the same ends.
     bool restarted = up_bytes < one->up || down_bytes < one->down;
     uint64_t up = restarted ? up_bytes : up_bytes - one->up;
@@ -244,4 +247,12 @@ void classifier::count_flow(const flow_key &key, uint64_t up_bytes, uint64_t dow
     one->device->last_us = time_us;
     flows.touch(one);
     credit(one);
+}
+
+// Without this the connections that ended unseen, of which only the first packets were shown, would fill the table.
+void classifier::end_count(uint64_t time_us)
+{
+    for (flow &one : flows.records)
+        if (one.device && std::max(one.tracked_us, one.last_us) + untracked_us < time_us)
+            drop_flow(&one);
 }

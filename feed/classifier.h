@@ -36,6 +36,8 @@ public:
     bool knows(const flow_key &key) { return flows.find(key) != nullptr; }
     // The running interval ends then; count_flow() before it.
     uint64_t interval_end() const { return interval_begin + interval_us; }
+    // Connection tracking has told all connections that it knows. One that it did not tell twice is over.
+    void end_count(uint64_t time_us);
     // The time goes on without packets.
     void advance(uint64_t time_us);
     // Every open connection is decided and reported, and forgotten; the interval runs on.

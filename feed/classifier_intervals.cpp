@@ -90,7 +90,7 @@ void classifier::end_flows()
     for (flow &one : flows.records)
         if (one.device)
             open.push_back({one.first_us, &one});
-    std::sort(open.begin(), open.end());
+    std::stable_sort(open.begin(), open.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
     for (const auto &one : open)
         drop_flow(one.second);
 }

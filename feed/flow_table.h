@@ -24,6 +24,7 @@ struct flow {
     uint32_t next_same_hash = no_flow;
     uint32_t newer = no_flow, older = no_flow; // of the same device
     uint64_t first_us = 0, last_us = 0;
+    uint64_t tracked_us = 0;                   // connection tracking knew it then; 0: not asked
     uint64_t up = 0, down = 0;                 // bytes on the wire
     uint64_t waiting_up = 0, waiting_down = 0; // of them, not yet counted for an app
     uint64_t interval = 0;                     // number of the interval in which

@@ -119,7 +119,9 @@ int run_nflog_source(const std::string &, const source_run &run)
         uint64_t now = wall_us();
         if (now + dump_lead_us >= run.classify.interval_end() && counted != run.classify.interval_end()) {
             counted = run.classify.interval_end();
-            counters.read(run, false, std::min(now, counted - 1));
+            uint64_t in_time = std::min(now, counted - 1);
+            if (counters.read(run, false, in_time))
+                run.classify.end_count(in_time);
             now = wall_us();
         }
         run.classify.advance(now);

@@ -266,6 +266,30 @@ TEST_F(feed_household, takes_bytes_from_connection_tracking_where_packets_are_fe
     EXPECT_EQ(hits[0].down_bytes + hits[1].down_bytes, 400000u);
 }
 
+TEST_F(feed_household, forgets_a_connection_that_is_tracked_no_more)
+{
+    options.count_packets = false;
+    ends film = connect("www.films.example");
+    flow_key key;
+    read_address(phone, &key.device);
+    read_address(server, &key.server);
+    key.device_port = film.from_port;
+    key.server_port = film.to_port;
+    key.protocol = protocol_tcp;
+    for (int i = 0; i < 5; i++) { // a pause: it moves nothing, and is tracked all the same
+        wait(10);
+        classify->count_flow(key, 500, 900, false, now);
+        classify->end_count(now);
+        ASSERT_TRUE(classify->knows(key));
+    }
+    wait(10);
+    classify->end_count(now);
+    EXPECT_TRUE(classify->knows(key));
+    wait(10);
+    classify->end_count(now);
+    EXPECT_FALSE(classify->knows(key));
+}
+
 TEST_F(feed_household, takes_ndpis_word_by_name_for_traffic_with_outside)
 {
     if (!dpi_engine(true).is_working())
