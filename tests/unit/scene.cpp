@@ -16,6 +16,7 @@ static bool refused()
 }
 void *__wrap_malloc(size_t size)
 {
+    memory.records += size == sizeof(device_record);
     return refused() ? nullptr : __real_malloc(size);
 }
 void *__wrap_calloc(size_t count, size_t size)

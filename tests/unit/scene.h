@@ -13,6 +13,7 @@
 struct memory_script {
     bool counting;
     long reached, first, end;
+    int records; // that malloc gave room for
 };
 extern memory_script memory;
 
