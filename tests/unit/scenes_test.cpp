@@ -144,6 +144,7 @@ void payments(scene &s)
     s.passes(1, 3);
     s.pays("alipay", 301, 17);
     s.passes(1, 3);
+    s.router_says("alipay ends", app_message(2, app_word(301), 17, tablet.mac, 0));
     s.comes(303, 303001);
     set_clock(clock_now() + 5);
     s.comes(303, 303002);
