@@ -9,5 +9,5 @@ set(CMAKE_RANLIB ${APPIDENT_TARGET_ROOT}/bin/mipsel-linux-musl-ranlib)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel -L ${APPIDENT_TARGET_ROOT})
 include(${CMAKE_CURRENT_LIST_DIR}/router.cmake)
 # The dynamic C library to link to; the compiler's own outline of it lacks the calls with a time_t of 64 bits.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${APPIDENT_TARGET_ROOT}/lib/mipsel-linux-musl -l:libc.so")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
+string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -L${APPIDENT_TARGET_ROOT}/lib/mipsel-linux-musl -l:libc.so")
+string(APPEND CMAKE_SHARED_LINKER_FLAGS_INIT " -L${APPIDENT_TARGET_ROOT}/lib/mipsel-linux-musl -l:libc.so")

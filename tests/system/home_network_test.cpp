@@ -94,6 +94,8 @@ bool join(host *one, const std::string &port)
 }
 
 // The LAN, and a way to the world that must not be taken for it.
+pid_t dhcp_server = -1;
+
 bool make_home()
 {
     std::ofstream("/tmp/take-lease") << "#!/bin/sh\n[ \"$1\" = bound ] || exit 0\n"
@@ -109,8 +111,9 @@ bool make_home()
             return false;
     // Only to save time, and only where it may be set: how long the kernel believes in a neighbour.
     run("echo 2000 >/proc/sys/net/ipv4/neigh/home0/base_reachable_time_ms");
-    start({"dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--interface=home0", "--bind-interfaces",
-           "--dhcp-range=192.168.77.50,192.168.77.150,1h", "--dhcp-authoritative", "--no-ping", "--user=root", "--pid-file"});
+    dhcp_server = start({"dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--interface=home0",
+                         "--bind-interfaces", "--dhcp-range=192.168.77.50,192.168.77.150,1h", "--dhcp-authoritative",
+                         "--no-ping", "--user=root", "--pid-file"});
     return true;
 }
 
@@ -203,6 +206,9 @@ protected:
 
     void TearDown() override
     {
+        // It takes another user's rights at its start, and so no longer ends with its parent.
+        if (dhcp_server > 0)
+            kill(dhcp_server, SIGKILL);
         if (daemon < 0)
             return;
         EXPECT_TRUE(daemon_runs(daemon));
