@@ -14,9 +14,29 @@ constexpr size_t gap = 2;       // blanks between columns
 constexpr size_t least_cut = 8; // no column is cut to less
 constexpr const char *cut_mark = "…";
 
+// Without a UTF-8 locale in the system nothing is known of characters but where they begin: each is then taken as printable and
+// one cell wide.
+bool knows_characters()
+{
+    return MB_CUR_MAX > 1;
+}
+
+template <typename taker> void each_unknown_character(const std::string &text, taker each)
+{
+    for (size_t at = 0, next = 0; at < text.size(); at = next) {
+        for (next = at + 1; next < text.size() && (text[next] & 0xc0) == 0x80;)
+            next++;
+        each(static_cast<unsigned char>(text[at]) < 0x80 ? static_cast<wchar_t>(text[at]) : L'x', text.substr(at, next - at));
+    }
+}
+
 // Calls `each` with every character and its bytes.
 template <typename taker> void each_character(const std::string &text, taker each)
 {
+    if (!knows_characters()) {
+        each_unknown_character(text, each);
+        return;
+    }
     mbstate_t state = {};
     for (size_t at = 0; at < text.size();) {
         wchar_t character = 0;
