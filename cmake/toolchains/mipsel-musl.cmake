@@ -11,3 +11,5 @@ include(${CMAKE_CURRENT_LIST_DIR}/router.cmake)
 # The dynamic C library to link to; the compiler's own outline of it lacks the calls with a time_t of 64 bits.
 string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -L${APPIDENT_TARGET_ROOT}/lib/mipsel-linux-musl -l:libc.so")
 string(APPEND CMAKE_SHARED_LINKER_FLAGS_INIT " -L${APPIDENT_TARGET_ROOT}/lib/mipsel-linux-musl -l:libc.so")
+# The C++ library that comes with this compiler cannot be part of a position-independent program.
+set(APPIDENT_PIE OFF)
