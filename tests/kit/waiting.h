@@ -10,9 +10,12 @@
 
 template <typename condition> bool comes_true(int seconds, condition holds)
 {
-    for (int i = 0; i < seconds * 100 && !holds(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return holds();
+    // What has been seen once counts: a second look may come when it is gone again.
+    for (int i = 0; i < seconds * 100; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+        if (holds())
+            return true;
+    }
+    return false;
 }
 template <typename condition> bool comes_true(condition holds)
 {

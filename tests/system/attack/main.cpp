@@ -74,9 +74,12 @@ pid_t start_nobody(const std::function<void()> &act)
 
 bool comes_true(const std::function<bool()> &holds)
 {
-    for (int i = 0; i < 1000 && !holds(); i++)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return holds();
+    // What has been seen once counts: a second look may come when it is gone again.
+    for (int i = 0; i < 1000; i++, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+        if (holds())
+            return true;
+    }
+    return false;
 }
 
 bool daemon_answers()
