@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr const char *no_class = "-";
-
 void read_catalogue(const std::string &path, household *known)
 {
     json_tree root = read_json(path);
@@ -90,21 +88,6 @@ household read_household(const places &where)
         take_devices(cJSON_GetObjectItem(root.get(), "devices"), false, &known);
     }
     return known;
-}
-
-u32 limit_class_of(u32 small_class)
-{
-    // By small class; 11, 12 and those beyond belong to no limit.
-    constexpr unsigned char classes[] = {0, 1, 3, 2, 2, 2, 3, 3, 3, 3, 4, 0, 0, 3, 3};
-    return small_class < sizeof(classes) ? classes[small_class] : 0;
-}
-
-const char *class_name(u32 class_type)
-{
-    for (const limit_class &one : limit_classes)
-        if (one.class_type == class_type)
-            return one.name;
-    return no_class;
 }
 
 std::string app_name(const household &known, u32 app_id)

@@ -7,6 +7,7 @@
 
 #include "common/guards.h"
 #include "igd/igd_types.h"
+#include "platform/linux/client/limit_classes.h"
 #include "tools/appidentctl/command_line.h"
 #include "tools/appidentctl/places.h"
 
@@ -40,26 +41,6 @@ struct household {
 };
 
 household read_household(const places &where);
-
-// The five limit classes. A class of the catalogue (small) counts towards one of them or none.
-struct limit_class {
-    u32 class_type;
-    const char *name;
-    const char *meaning;
-    bool by_minutes; // its minutes matter
-    bool by_app;     // only apps of its list count
-};
-constexpr limit_class limit_classes[] = {
-    {1, "games", "use of the day", true, true},
-    {2, "video and social", "use of the day", true, true},
-    {3, "everything else", "use of the day", true, true},
-    {4, "learning", "told at first use", false, true},
-    {5, "eye protection", "one session of any app", true, false},
-};
-// 0 for a small class that no limit covers.
-u32 limit_class_of(u32 small_class);
-// "games", or "-" for none.
-const char *class_name(u32 class_type);
 
 // "Video", or "" for an app that is not in the catalogue.
 std::string app_name(const household &known, u32 app_id);

@@ -3,11 +3,11 @@
 #include "tools/appidentctl/daemon_call.h"
 #include "tools/appidentctl/exit_codes.h"
 #include "tools/appidentctl/json_file.h"
-#include "tools/appidentctl/limits_text.h"
 #include "tools/appidentctl/operand.h"
 #include "tools/appidentctl/table.h"
 
 #include "common/sec_plg_common.h"
+#include "platform/linux/client/limits_text.h"
 
 #include <iterator>
 #include <stdio.h>

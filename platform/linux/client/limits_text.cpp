@@ -1,7 +1,6 @@
-#include "tools/appidentctl/limits_text.h"
+#include "platform/linux/client/limits_text.h"
 
-#include "tools/appidentctl/household.h"
-#include "tools/appidentctl/json_file.h"
+#include "platform/linux/client/limit_classes.h"
 
 #include <iterator>
 #include <math.h>
@@ -54,7 +53,7 @@ cJSON *find_limit(const cJSON *limits, u32 class_type)
 {
     cJSON *limit = nullptr;
     cJSON_ArrayForEach(limit, limits) {
-        if (json_number(limit, "class_type", 0) == class_type)
+        if (cJSON_GetNumberValue(cJSON_GetObjectItem(limit, "class_type")) == class_type)
             return limit;
     }
     return nullptr;
@@ -68,7 +67,7 @@ std::string limits_fault(const cJSON *limits)
     cJSON_ArrayForEach(limit, limits) {
         if (const char *fault = limit_fault(limit))
             return fault;
-        if (find_limit(limits, static_cast<u32>(json_number(limit, "class_type", 0))) != limit)
+        if (find_limit(limits, static_cast<u32>(cJSON_GetObjectItem(limit, "class_type")->valuedouble)) != limit)
             return "a class given twice";
     }
     return "";

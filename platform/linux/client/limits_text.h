@@ -2,8 +2,8 @@
 //
 // The daemon's alerts walk as many entries as the file has limit objects, wherever the classes sit, so a file with fewer than
 // five could leave a class unwatched.
-#ifndef APPIDENTCTL_LIMITS_TEXT_H
-#define APPIDENTCTL_LIMITS_TEXT_H
+#ifndef PLATFORM_LINUX_CLIENT_LIMITS_TEXT_H
+#define PLATFORM_LINUX_CLIENT_LIMITS_TEXT_H
 
 #include "common/guards.h"
 #include "igd/igd_types.h"
