@@ -13,7 +13,7 @@ struct option_text {
 constexpr option_text texts[] = {
     {"backup", "FILE", "copy the database to FILE, also while the program runs"},
     {"database", "FILE", "the database, instead of the one in the settings"},
-    {"day", "YYYY-MM-DD", "with --report: that day only"},
+    {"day", "YYYY-MM-DD", "with --report: from that day on, and that day only without --until"},
     {"forget", "MAC", "erase a device and its history"},
     {"help", nullptr, "show this"},
     {"import", "SPOOL", "take a file of pushes into the database and end"},
@@ -21,6 +21,7 @@ constexpr option_text texts[] = {
     {"report", nullptr, "print sessions and the days' sums"},
     {"restore", "FILE", "put a copy in place of the database, after checking it"},
     {"settings", "FILE", "settings, instead of /etc/appident/home.json"},
+    {"until", "YYYY-MM-DD", "with --day: up to the end of this day"},
     {"version", nullptr, "show the version"},
 };
 static_assert(sizeof(texts) / sizeof(*texts) == option_end, "a line for each option");

@@ -15,6 +15,7 @@ enum option_id : unsigned int {
     option_report,
     option_restore,
     option_settings,
+    option_until,
     option_version,
     option_end
 };

@@ -52,8 +52,9 @@ int run_import(const home_settings &settings, const char *spool)
 int run_report(const home_settings &settings, const given_options &given)
 {
     int day = given[option_day] ? read_day(given[option_day]) : 0;
-    if (given[option_day] && day == 0) {
-        fputs("appident-home: --day takes a date such as 2026-11-22\n", stderr);
+    int until = given[option_until] ? read_day(given[option_until]) : day;
+    if ((given[option_day] && day == 0) || (given[option_until] && (day == 0 || until < day))) {
+        fputs("appident-home: --day and --until take dates such as 2026-11-22, the later one second\n", stderr);
         return exit_usage;
     }
     ask_for_commit(settings.database);
@@ -63,7 +64,7 @@ int run_report(const home_settings &settings, const given_options &given)
         return fail(settings.database, why);
     app_names apps;
     refresh_app_names(&apps, settings.catalogue);
-    print_report(&all, apps, day, given[option_json] != nullptr);
+    print_report(&all, apps, day, until, given[option_json] != nullptr);
     close_history(&all);
     return exit_done;
 }

@@ -136,6 +136,13 @@ int64_t daemon_since(database *db)
     return number_of(db, 0, "SELECT first_time FROM run ORDER BY first_time DESC LIMIT 1");
 }
 
+int64_t history_since(database *db)
+{
+    return number_of(db, 0,
+                     "SELECT min(time) FROM (SELECT first_time AS time FROM run UNION ALL SELECT first_seen FROM device "
+                     "WHERE first_seen>0)");
+}
+
 int64_t database_size(database *db)
 {
     return number_of(db, 0, "PRAGMA page_count") * number_of(db, 0, "PRAGMA page_size");

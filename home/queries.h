@@ -77,6 +77,8 @@ void add_change(history *of, const change_row &row);
 
 // When the daemon that wrote the last line was first heard of, 0 when its lines have no numbers: its own sums began anew then.
 int64_t daemon_since(database *db);
+// When the oldest that is known of was heard; 0 for nothing.
+int64_t history_since(database *db);
 // Bytes of the database's pages.
 int64_t database_size(database *db);
 const char *state_name(session_state state);

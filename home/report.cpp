@@ -119,6 +119,8 @@ void add_gaps(cJSON *root, history *of, const report_scope &scope)
 void print_json(history *of, const known_names &known, const report_scope &scope)
 {
     json_tree root(cJSON_CreateObject());
+    add_number(root.get(), "kept_since", history_since(&of->db));
+    add_number(root.get(), "kept_up_to", of->place.last_time);
     add_devices(root.get(), known);
     add_sessions(root.get(), of, known, scope);
     add_days(root.get(), of, known, scope);
@@ -170,11 +172,11 @@ void print_table(history *of, const known_names &known, const report_scope &scop
 
 } // namespace
 
-void print_report(history *of, const app_names &apps, int day, bool json)
+void print_report(history *of, const app_names &apps, int from, int to, bool json)
 {
     report_scope scope = {first_day, last_day, 0, INT64_MAX / 2};
-    if (day)
-        scope = {day, day, day_start(day), day_end(day)};
+    if (from)
+        scope = {from, to, day_start(from), day_end(to)};
     known_names known = {{}, &apps};
     for (const known_device &one : list_devices(&of->db))
         known.devices[one.id] = one;

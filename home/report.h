@@ -5,7 +5,7 @@
 #include "home/app_names.h"
 #include "home/history.h"
 
-// `day` 0: all that is kept.
-void print_report(history *of, const app_names &apps, int day, bool json);
+// The days `from` to `to`, both included; `from` 0: all that is kept.
+void print_report(history *of, const app_names &apps, int from, int to, bool json);
 
 #endif

@@ -49,6 +49,9 @@ void serve_commit(void *state, const pollfd *, size_t, int64_t)
         close_spool_follower(&home->spool);
         reload_history(&home->all);
     }
+    if (home->asked_to_commit)
+        answer_commit(home->settings->database);
+    home->asked_to_commit = false;
     home->parts.stop = home->parts.stop || home->all.db.damaged;
 }
 
@@ -77,8 +80,12 @@ void serve_hang_up(void *state, const pollfd *slots, size_t, int64_t)
 {
     hang_up *asked = static_cast<hang_up *>(state);
     signalfd_siginfo about;
-    if (slots[0].revents && read(asked->fd, &about, sizeof(about)) > 0)
-        asked->home->all.db.commit_wanted = true;
+    if (!slots[0].revents || read(asked->fd, &about, sizeof(about)) <= 0)
+        return;
+    // Who asks wants what has been pushed until now.
+    read_spool(&asked->home->spool);
+    asked->home->all.db.commit_wanted = asked->home->all.db.batch_began_ms >= 0;
+    asked->home->asked_to_commit = true;
 }
 
 } // namespace

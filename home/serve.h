@@ -15,6 +15,7 @@ struct household {
     spool_follower spool;
     daemon_truth truth;
     app_names apps;
+    bool asked_to_commit = false; // by SIGHUP, and not done yet
     loop parts;
 };
 

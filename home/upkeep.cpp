@@ -118,12 +118,17 @@ void ask_for_commit(const std::string &path)
         return;
     int process = atoi(text);
     struct stat before = {}, now = {};
-    std::string log = path + "-wal";
-    if (process <= 1 || stat(log.c_str(), &before) != 0 || kill(process, SIGHUP) != 0)
+    if (process <= 1 || fstat(lock.get(), &before) != 0 || kill(process, SIGHUP) != 0)
         return;
-    for (int64_t end = uptime_ms() + most_wait_ms; uptime_ms() < end; usleep(20000))
-        if (stat(log.c_str(), &now) == 0 && (now.st_mtim.tv_nsec != before.st_mtim.tv_nsec || now.st_size != before.st_size))
+    for (int64_t end = uptime_ms() + most_wait_ms; uptime_ms() < end; usleep(5000))
+        if (fstat(lock.get(), &now) == 0 &&
+            (now.st_mtim.tv_sec != before.st_mtim.tv_sec || now.st_mtim.tv_nsec != before.st_mtim.tv_nsec))
             return;
+}
+
+void answer_commit(const std::string &path)
+{
+    utimensat(AT_FDCWD, (path + ".lock").c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
 }
 
 bool backup_database(const std::string &path, const std::string &copy, std::string *why)

@@ -9,8 +9,10 @@
 
 // Holds PATH.lock, with this process's id in it. A negative descriptor when another process holds it.
 int lock_database(const std::string &path);
-// Has the process that holds the lock write its batch, so that others may read or write. Does nothing when there is none.
+// Has the process that holds the lock write what has been pushed until now. Does nothing when there is none.
 void ask_for_commit(const std::string &path);
+// That process says that it has done so: whoever asked looks at the time of the lock's file.
+void answer_commit(const std::string &path);
 
 // A copy of what is committed, also while another process writes. False with the reason.
 bool backup_database(const std::string &path, const std::string &copy, std::string *why);

@@ -17,9 +17,13 @@ constexpr option_about options[] = {
     {option_all_off, "all-off", no_value},
     {option_app, "app", value_app},
     {option_apps, "apps", value_apps},
+    {option_by, "by", value_by},
     {option_class, "class", value_class},
     {option_code, "code", value_kind_of_push},
     {option_counters, "counters", value_path},
+    {option_csv, "csv", no_value},
+    {option_database, "database", value_path},
+    {option_day, "day", value_day},
     {option_device, "device", value_device},
     {option_devices, "devices", value_devices},
     {option_follow, "follow", no_value},
@@ -39,6 +43,7 @@ constexpr option_about options[] = {
     {option_socket, "socket", value_path},
     {option_timeout, "timeout", value_seconds},
     {option_version, "version", no_value},
+    {option_week, "week", no_value},
     {option_yes, "yes", no_value},
 };
 
@@ -102,8 +107,9 @@ const option_about &about_option(option_id id)
 
 const char *value_word(value_kind kind)
 {
-    constexpr const char *words[] = {nullptr, "FILE",    "DEVICE",  "DEVICE,...",      "APP", "APP,...", "CLASS", "KIND",
-                                     "ROLE",  "MINUTES", "SECONDS", "NAME=on|off,...", "TEXT"};
+    constexpr const char *words[] = {nullptr,   "FILE",      "DEVICE",  "DEVICE,...",      "APP",
+                                     "APP,...", "app|class", "CLASS",   "YYYY-MM-DD",      "KIND",
+                                     "ROLE",    "MINUTES",   "SECONDS", "NAME=on|off,...", "TEXT"};
     return words[kind];
 }
 

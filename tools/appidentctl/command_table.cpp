@@ -40,7 +40,20 @@ const std::vector<command> &all_commands()
          {{option_name, "call it so; \"\" takes the name away"},
           {option_role, "0: not watched, 1: watched with limits, 2: watched without limits"},
           {option_yes, "do not ask before role 0 deletes its settings"}}},
-        {"today", maybe_device, run_today, "minutes of today for each app and class", {}},
+        {"today",
+         maybe_device,
+         run_today,
+         "minutes of today for each app and class",
+         {{option_database, "a database of appident-home's, instead of the one in its settings"}}},
+        {"history",
+         one_device,
+         run_history,
+         "what a device used on a day or in a week",
+         {{option_day, "that day, instead of today"},
+          {option_week, "today and the six days before"},
+          {option_by, "sums of each day by app or by class, instead of sessions"},
+          {option_csv, "lines for a spreadsheet"},
+          {option_database, "a database of appident-home's, instead of the one in its settings"}}},
         {"apps",
          maybe_device,
          run_apps,
@@ -137,7 +150,7 @@ void print_help(const command *about)
     puts("\nA DEVICE is its name, its IP address, or its MAC in any common form; an APP or a CLASS its name or number.");
     if (!about)
         puts("'appidentctl help COMMAND' tells a command's options.\n"
-             "Exit code: 0 done, 1 refused, 2 usage, 3 daemon not reachable; doctor: 4 warning, 5 fault.");
+             "Exit code: 0 done, 1 refused, 2 usage, 3 daemon or history not reachable; doctor: 4 warning, 5 fault.");
 }
 
 int run_help(const call &what)

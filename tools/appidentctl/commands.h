@@ -11,6 +11,7 @@ int run_complete(const call &what);
 int run_device(const call &what);
 int run_devices(const call &what);
 int run_doctor(const call &what);
+int run_history(const call &what);
 int run_help(const call &what);
 int run_limits(const call &what);
 int run_payments(const call &what);

@@ -4,6 +4,7 @@
 #include "tools/appidentctl/exit_codes.h"
 #include "tools/appidentctl/household.h"
 #include "tools/appidentctl/table.h"
+#include "tools/appidentctl/time_text.h"
 
 #include <stdio.h>
 
@@ -51,6 +52,9 @@ int print_values(const places &where, value_kind kind)
         for (const auto &one : read_household(where).apps)
             puts(printable(one.second.name).c_str());
         break;
+    case value_by:
+        puts("app\nclass");
+        break;
     case value_class:
         for (const limit_class &one : limit_classes)
             puts(one.name);
@@ -61,6 +65,10 @@ int print_values(const places &where, value_kind kind)
     case value_switches:
         for (const char *name : {"enable", "weixin", "alipay", "qqpay", "applepay"})
             printf("%s=on\n%s=off\n", name, name);
+        break;
+    case value_day:
+        for (int before = 0; before < 7; before++)
+            puts(date_text(time(nullptr), -before).c_str());
         break;
     case value_kind_of_push:
     case value_minutes:

@@ -31,15 +31,16 @@ time_t end_of_session(const spool_push &push, time_t now)
 
 } // namespace
 
-day_sums sum_today(const places &where, const std::vector<current_app> &now_in_use, time_t now)
+day_sums sum_pushes_today(const places &where, time_t now)
 {
     time_t begin = midnight_before(now);
-    day_sums sums = {begin, 0, false, {}};
+    day_sums sums = {begin, 0, 0, {}};
     time_t first = 0;
-    sums.spool_found = read_spool(where, [&](const std::string &line) {
+    read_spool(where, [&](const std::string &line) {
         read_push_line(line, [&](const spool_push &push) {
             if (!first)
                 first = push.time;
+            sums.last_push = push.time;
             if (push.code != code_history || push.time < begin)
                 return;
             time_t end = end_of_session(push, now);
@@ -50,10 +51,25 @@ day_sums sum_today(const places &where, const std::vector<current_app> &now_in_u
                 sums.minutes[push.mac][push.app_id] += static_cast<u32>(today / 60);
         });
     });
-    for (const current_app &one : now_in_use)
-        sums.minutes[one.mac][one.app_id] += std::min(one.minutes, static_cast<u32>((now - begin) / 60));
     sums.complete = first ? std::max(begin, first) : now;
     return sums;
+}
+
+void add_minutes_in_use(const std::vector<current_app> &now_in_use, time_t now, day_sums *sums)
+{
+    for (const current_app &one : now_in_use)
+        sums->minutes[one.mac][one.app_id] += std::min(one.minutes, static_cast<u32>((now - sums->begin) / 60));
+}
+
+void take_kept_minutes(const cJSON *report, day_sums *sums)
+{
+    sums->minutes.clear();
+    sums->complete = std::max(sums->begin, static_cast<time_t>(json_number(report, "kept_since", 0)));
+    const cJSON *item = nullptr;
+    cJSON_ArrayForEach(item, cJSON_GetObjectItem(report, "days")) {
+        u32 app_id = static_cast<u32>(json_number(item, "app", 0));
+        sums->minutes[json_text(item, "device")][app_id] += static_cast<u32>(json_number(item, "minutes", 0));
+    }
 }
 
 u32 minutes_of(const day_sums &sums, const std::string &mac)

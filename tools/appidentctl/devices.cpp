@@ -70,7 +70,9 @@ int run_devices(const call &what)
             watched.push_back(one.mac);
     std::vector<current_app> apps;
     int code = ask_current_apps(what.where, watched, true, &apps);
-    day_sums sums = sum_today(what.where, apps, time(nullptr));
+    time_t now = time(nullptr);
+    day_sums sums = sum_pushes_today(what.where, now);
+    add_minutes_in_use(apps, now, &sums);
     if (given(what.line, option_json)) {
         print_as_json(known, apps, sums);
         return code;

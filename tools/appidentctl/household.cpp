@@ -90,6 +90,12 @@ household read_household(const places &where)
     return known;
 }
 
+u32 class_of_app(const household &known, u32 app_id)
+{
+    auto entry = known.apps.find(app_id);
+    return entry == known.apps.end() ? 0 : limit_class_of(entry->second.small_class);
+}
+
 std::string app_name(const household &known, u32 app_id)
 {
     auto entry = known.apps.find(app_id);

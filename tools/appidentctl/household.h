@@ -42,6 +42,8 @@ struct household {
 
 household read_household(const places &where);
 
+// 0 for an app that no limit covers.
+u32 class_of_app(const household &known, u32 app_id);
 // "Video", or "" for an app that is not in the catalogue.
 std::string app_name(const household &known, u32 app_id);
 // "1001 Video", or the number alone.

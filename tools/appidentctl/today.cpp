@@ -1,8 +1,10 @@
-// today: minutes of today for each app and class of a device, or of all.
+// today: minutes of today for each app and class of a device, or of all; from the history where appident-home keeps one, else
+// from the spool of pushes, which holds the latest only.
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/day_sums.h"
 #include "tools/appidentctl/exit_codes.h"
 #include "tools/appidentctl/json_file.h"
+#include "tools/appidentctl/kept_history.h"
 #include "tools/appidentctl/operand.h"
 #include "tools/appidentctl/table.h"
 #include "tools/appidentctl/time_text.h"
@@ -10,12 +12,6 @@
 #include <stdio.h>
 
 namespace {
-
-u32 class_of_app(const household &known, u32 app_id)
-{
-    auto entry = known.apps.find(app_id);
-    return entry == known.apps.end() ? 0 : limit_class_of(entry->second.small_class);
-}
 
 std::map<u32, u32> sums_by_class(const household &known, const std::map<u32, u32> &apps)
 {
@@ -75,20 +71,53 @@ void print_as_table(const household &known, const day_sums &sums)
         print_table(table);
 }
 
-} // namespace
-
-int run_today(const call &what)
+// Whether the sums were taken from the history. One that lags behind the pushes, as its program does not run, would lack more
+// than the spool.
+bool take_from_history(const call &what, time_t now, household *known, day_sums *sums)
 {
-    household known = read_household(what.where);
-    std::string wanted = operand_device(what, known);
-    if (wanted.empty() && !what.line.operands.empty())
-        return exit_usage;
+    constexpr time_t most_lag = 60;
+    json_tree report;
+    std::string day = date_text(now, 0);
+    // A history that was asked for by name is wanted; otherwise it may well be missing.
+    if (read_history(what.line, {day, day}, given(what.line, option_database), &report) != history_read)
+        return false;
+    time_t up_to = static_cast<time_t>(json_number(report.get(), "kept_up_to", 0));
+    if (up_to + most_lag < sums->last_push) {
+        fprintf(stderr,
+                "appidentctl: the history ends at %s: does appident-home run? The daemon's pushes are counted instead.\n",
+                time_text(up_to).c_str());
+        return false;
+    }
+    take_kept_minutes(report.get(), sums);
+    add_kept_devices(report.get(), known);
+    return true;
+}
+
+int add_current_apps(const call &what, const household &known, time_t now, day_sums *sums)
+{
     std::vector<std::string> macs;
     for (const known_device &one : known.devices)
         macs.push_back(one.mac);
     std::vector<current_app> apps;
     int code = ask_current_apps(what.where, macs, false, &apps);
-    day_sums sums = sum_today(what.where, apps, time(nullptr));
+    add_minutes_in_use(apps, now, sums);
+    return code;
+}
+
+} // namespace
+
+int run_today(const call &what)
+{
+    household known = read_household(what.where);
+    time_t now = time(nullptr);
+    day_sums sums = sum_pushes_today(what.where, now);
+    bool kept = take_from_history(what, now, &known, &sums);
+    if (!kept && given(what.line, option_database))
+        return exit_unreachable;
+    std::string wanted = operand_device(what, known);
+    if (wanted.empty() && !what.line.operands.empty())
+        return exit_usage;
+    int code = kept ? exit_done : add_current_apps(what, known, now, &sums);
     if (!wanted.empty()) {
         std::map<u32, u32> of_device = sums.minutes[wanted];
         sums.minutes.clear();
@@ -101,7 +130,8 @@ int run_today(const call &what)
     }
     print_as_table(known, sums);
     if (sums.complete > sums.begin)
-        printf("Counted from the pushes since %s; what was before is not kept.\n", time_text(sums.complete).c_str());
+        printf("Counted from the %s since %s; what was before is not kept.\n", kept ? "history" : "pushes",
+               time_text(sums.complete).c_str());
     puts("The daemon's own count, which limits go by, begins anew at 23:00 and at midnight, when it starts, and when a device\n"
          "has left.");
     return code;

@@ -88,6 +88,66 @@ TEST_F(tool, sums_up_today)
     EXPECT_NE(run("today").words.find("what was before is not kept"), std::string::npos);
 }
 
+#ifdef HOME_PROGRAM
+// The history that the real appident-home keeps, in every form; and today's, unless it ended long before the pushes.
+TEST_F(tool, tells_what_a_device_used_on_a_day)
+{
+    int seq = 0;
+    std::string lines;
+    auto used = [&](const char *mac, int app, time_t end, int minutes) {
+        lines += "{\"run\":\"00000000000000aa\",\"seq\":" + std::to_string(++seq) + ",\"time\":" + std::to_string(end) +
+                 R"(,"code":1008,"data":{"endmac":")" + mac + R"(","alias":"=Old, phone","appid":")" + std::to_string(app) +
+                 R"(","sumtime":")" + std::to_string(minutes * 60) + R"(","up_traffic":"100","down_traffic":"2000"}})" + "\n";
+    };
+    constexpr time_t day = 1699920000; // 2023-11-14
+    used("A8-00-00-00-00-01", 1001, day + 7200, 20), used("A8-00-00-00-00-01", 1002, day + 9000, 25);
+    seq += 3; // lost
+    used("A8-00-00-00-00-01", 1002, day + 12000, 20), used("A8-00-00-00-00-09", 1001, day + 18000, 5);
+    time_t now = time(nullptr);
+    used("A8-00-00-00-00-09", 1002, now + 120, 2);
+    write_file("spool", lines);
+    ASSERT_EQ(system((HOME_PROGRAM " --database " + home + "/home.db --import " + home + "/spool").c_str()), 0);
+    std::string program = HOME_PROGRAM, path = "PATH=" + program.substr(0, program.rfind('/')) + ":$PATH COLUMNS=";
+    auto history = [&](const std::string &arguments, const char *columns = "80") {
+        return run("history --database $HOME_DIR/home.db --day 2023-11-14 " + arguments, path + columns).words;
+    };
+    std::string foot = "Not all is known of 2023-11-14 02:30:00 to 2023-11-14 03:20:00: 3 pushes were lost.\n"
+                       "Kept from 2023-11-14 02:00:00 to ";
+    auto begins = [&](const std::string &words, const std::string &expected) {
+        EXPECT_EQ(words.substr(0, expected.size()), expected);
+    };
+    begins(history("ann"), "Ann, 2023-11-14: 65 min\n"
+                           "FROM   TO     MINUTES  APP          CLASS\n"
+                           "01:40  02:00       20  1001 Video   video and social\n"
+                           "02:05  02:30       25  1002 Blocks  games\n"
+                           "03:00  03:20       20  1002 Blocks  games\n" +
+                               foot);
+    begins(history("ann --by app", "40"), "Ann, 2023-11-14: 65 min\n"
+                                          "DAY         MINUTES  APP       CLASS\n"
+                                          "2023-11-14       20  1001 Vi…  video an…\n"
+                                          "2023-11-14       45  1002 Bl…  games\n" +
+                                              foot);
+    EXPECT_EQ(history("old --csv"), "mac,device,start,end,app_id,app,class,minutes,bytes,state\n"
+                                    "A8-00-00-00-00-09,\"'=Old, phone\",2023-11-14 04:55:00,2023-11-14 05:00:00,1001,Video,"
+                                    "video and social,5,2100,reported\n");
+    EXPECT_NE(history("ann --json --by class")
+                  .find(R"("days":[{"day":"2023-11-14","class_type":2,"class":"video and social",)"
+                        R"("minutes":20,"bytes":2100},{"day":"2023-11-14","class_type":1,)"
+                        R"("class":"games","minutes":45,"bytes":4200}],"gaps":[{"start":)"),
+              std::string::npos);
+    for (const char *words : {"history ann --database none", "today --database none"})
+        EXPECT_EQ(run(words, path + "80").code, 3);
+    std::string today = run("today old --database $HOME_DIR/home.db", path + "80").words;
+    EXPECT_NE(today.find("=Old, phone  1002 Blocks   games        2\n"), std::string::npos) << today;
+    write_file("pushes.jsonl", "{\"time\":" + std::to_string(now + 500) + ",\"code\":1008,\"data\":{}}\n");
+    EXPECT_NE(run("today --database $HOME_DIR/home.db", path + "80").words.find("does appident-home run?"), std::string::npos);
+    std::filesystem::remove(home + "/pushes.jsonl");
+    outcome absent = run("history ann", "PATH=/usr/bin:/bin");
+    EXPECT_NE(absent.words.find("Install the package appident-home"), std::string::npos) << absent.words;
+    EXPECT_EQ(absent.code, 3);
+}
+#endif
+
 // The completion compares and quotes what the tool offers; nothing of it is run.
 TEST_F(tool, offers_words_to_the_shell)
 {
