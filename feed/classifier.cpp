@@ -9,10 +9,10 @@ constexpr uint16_t dns_port = 53;
 constexpr uint16_t first_client_port = 1024;
 constexpr uint64_t untracked_us = interval_us + interval_us / 2;
 
-mac_address mac_of(const packet &from)
+mac_address mac_of(const uint8_t (&bytes)[6])
 {
     mac_address mac;
-    memcpy(mac.data(), from.mac, mac.size());
+    memcpy(mac.data(), bytes, mac.size());
     return mac;
 }
 
@@ -36,6 +36,12 @@ void classifier::set_catalogue(app_catalogue fresh)
     dpi.set_catalogue(apps);
 }
 
+bool classifier::is_device_link(bool is_known, const uint8_t (&mac)[6])
+{
+    feed_device *device = is_known ? devices.by_link(mac_of(mac)) : nullptr;
+    return device && !device->is_router;
+}
+
 // Of two outside addresses: a device met before, or the client.
 classifier::direction classifier::guess_direction(const ip_packet &ip, const packet &from)
 {
@@ -49,8 +55,9 @@ classifier::direction classifier::guess_direction(const ip_packet &ip, const pac
     bool destination_is_client = ip.destination_port >= first_client_port;
     if (source_is_client != destination_is_client)
         return source_is_client ? direction::up : direction::down;
-    feed_device *sender = from.has_mac ? devices.by_link(mac_of(from)) : nullptr;
-    return sender && !sender->is_router ? direction::up : direction::foreign;
+    if (is_device_link(from.has_mac, from.mac))
+        return direction::up;
+    return is_device_link(from.has_to_mac, from.to_mac) ? direction::down : direction::foreign;
 }
 
 classifier::direction classifier::direction_of(const ip_packet &ip, const packet &from)
@@ -70,11 +77,15 @@ classifier::direction classifier::direction_of(const ip_packet &ip, const packet
 
 void classifier::learn_link(const ip_packet &ip, const packet &from, direction way)
 {
-    if (way == direction::up || (way == direction::local && contains(options.lan, ip.source)))
-        devices.learn_mac(device_for(ip.source, from.time_us), mac_of(from));
-    else if (way == direction::down)
-        if (feed_device *router = devices.by_link(mac_of(from)))
-            router->is_router = true;
+    if (from.has_mac && (way == direction::up || (way == direction::local && contains(options.lan, ip.source))))
+        devices.learn_mac(device_for(ip.source, from.time_us), mac_of(from.mac));
+    if (way != direction::down)
+        return;
+    feed_device *router = from.has_mac ? devices.by_link(mac_of(from.mac)) : nullptr;
+    if (router)
+        router->is_router = true;
+    if (from.has_to_mac)
+        devices.learn_mac(device_for(ip.destination, from.time_us), mac_of(from.to_mac));
 }
 
 feed_device *classifier::device_for(const ip_address &address, uint64_t time_us)
@@ -175,8 +186,7 @@ void classifier::take(const packet &from)
     // Also of a resolver within the LAN, whose IPv6 address may be of another network than the device's.
     if (ip.source_port == dns_port && ip.payload.size > 0 && way != direction::foreign)
         take_dns(ip, from);
-    if (from.has_mac)
-        learn_link(ip, from, way);
+    learn_link(ip, from, way);
     if (way == direction::local || way == direction::foreign) {
         counts[way == direction::local ? feed_packets_local : feed_packets_foreign]++;
         return;

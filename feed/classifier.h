@@ -55,6 +55,8 @@ private:
 
     direction direction_of(const ip_packet &ip, const packet &from);
     direction guess_direction(const ip_packet &ip, const packet &from);
+    // The link address of a device that is no router.
+    bool is_device_link(bool is_known, const uint8_t (&mac)[6]);
     void learn_link(const ip_packet &ip, const packet &from, direction way);
     feed_device *device_for(const ip_address &address, uint64_t time_us);
     flow *flow_for(const flow_key &key, feed_device *device, const ip_packet &ip, direction way, uint64_t time_us);

@@ -1,5 +1,6 @@
 #include "feed/link_layer.h"
 
+#include <algorithm>
 #include <pcap/dlt.h>
 #include <string.h>
 
@@ -16,12 +17,14 @@ enum : uint16_t {
 enum : uint16_t { ppp_ipv4 = 0x21, ppp_ipv6 = 0x57 };
 constexpr int most_tags = 4;
 
-void take_mac(byte_view mac, link_frame *out)
+// False for what names no single device: another length, nothing but zeros, an address of many.
+bool take_mac(byte_view mac, uint8_t (&out)[6])
 {
-    if (mac.size != sizeof(out->mac))
-        return;
-    out->has_mac = true;
-    memcpy(out->mac, mac.data, sizeof(out->mac));
+    static const uint8_t none[6] = {};
+    if (mac.size != sizeof(out) || memcmp(mac.data, none, sizeof(none)) == 0 || (mac.data[0] & 1) != 0)
+        return false;
+    memcpy(out, mac.data, sizeof(out));
+    return true;
 }
 
 // From the EtherType's value on: tags, then IP.
@@ -45,8 +48,8 @@ bool skip_tags(byte_reader *reader, uint16_t type)
 
 bool ethernet(byte_reader *reader, link_frame *out)
 {
-    reader->skip(6);
-    take_mac(reader->take(6), out);
+    out->has_to_mac = take_mac(reader->take(6), out->to_mac);
+    out->has_mac = take_mac(reader->take(6), out->mac);
     return skip_tags(reader, reader->u16());
 }
 
@@ -55,7 +58,7 @@ bool cooked(byte_reader *reader, link_frame *out)
     reader->skip(4);
     uint16_t size = reader->u16();
     byte_view address = reader->take(8);
-    take_mac(address.part(0, size), out);
+    out->has_mac = take_mac(address.part(0, size), out->mac);
     return skip_tags(reader, reader->u16());
 }
 
@@ -65,7 +68,7 @@ bool cooked_2(byte_reader *reader, link_frame *out)
     reader->skip(9);
     uint8_t size = reader->u8();
     byte_view address = reader->take(8);
-    take_mac(address.part(0, size), out);
+    out->has_mac = take_mac(address.part(0, size), out->mac);
     return skip_tags(reader, type);
 }
 
@@ -114,4 +117,15 @@ bool find_ip(int type, byte_view frame, link_frame *out)
     out->header = reader.at;
     out->ip = frame.part(reader.at);
     return out->ip.size > 0;
+}
+
+void fill_packet(const link_frame &frame, uint32_t length, packet *out)
+{
+    out->bytes = frame.ip.data;
+    out->captured = static_cast<uint32_t>(frame.ip.size);
+    out->length = std::max(length - std::min(length, static_cast<uint32_t>(frame.header)), out->captured);
+    out->has_mac = frame.has_mac;
+    memcpy(out->mac, frame.mac, sizeof(out->mac));
+    out->has_to_mac = frame.has_to_mac;
+    memcpy(out->to_mac, frame.to_mac, sizeof(out->to_mac));
 }

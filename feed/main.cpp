@@ -21,6 +21,7 @@ void see_everything(classifier_options *) {}
 
 constexpr source_kind source_kinds[] = {
     {"nflog", nullptr, "the traffic that this router forwards (the default); needs nft", run_nflog_source, adapt_to_nflog},
+    {"interface", "IF", "the packets that pass an interface, such as a bridge", run_interface_source, see_everything},
     {"pcap", "FILE", "a capture file, pcap or pcapng", run_pcap_source, see_everything},
 };
 

@@ -1,6 +1,7 @@
 #include "feed/nflog_message.h"
 
 #include "feed/byte_view.h"
+#include "feed/wall_clock.h"
 
 #include <algorithm>
 #include <linux/netfilter/nfnetlink.h>
@@ -10,8 +11,6 @@
 #include <string.h>
 
 namespace {
-
-constexpr uint64_t second_us = 1000000;
 
 nla_policy at_least(uint16_t size)
 {
@@ -57,9 +56,7 @@ bool read_logged_packet(const nlmsghdr *message, uint64_t now_us, logged_packet 
     if (const nlattr *time = found[NFULA_TIMESTAMP]) {
         byte_reader reader(contents(time));
         uint64_t seconds = reader.number(8), microseconds = reader.number(8);
-        // Far from now it is no time of this packet.
-        if (seconds + 60 > now_us / second_us && seconds < now_us / second_us + 60 && microseconds < second_us)
-            out->one.time_us = seconds * second_us + microseconds;
+        out->one.time_us = believed_us(seconds, microseconds, now_us);
     }
     if (const nlattr *link = found[NFULA_HWADDR]) {
         byte_reader reader(contents(link));

@@ -3,6 +3,7 @@
 #include "feed/conntrack_counters.h"
 #include "feed/nflog_message.h"
 #include "feed/nflog_rules.h"
+#include "feed/wall_clock.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -15,11 +16,9 @@
 #include <poll.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 
 namespace {
 
-constexpr uint64_t second_us = 1000000;
 constexpr int receive_buffer_bytes = 4 * 1024 * 1024;
 // The kernel sends a datagram when it has gathered so much.
 constexpr uint32_t datagram_bytes = 32 * 1024, datagram_packets = 64, datagram_centiseconds = 10;
@@ -28,13 +27,6 @@ constexpr int longest_wait_ms = 100;
 constexpr uint64_t dump_lead_us = 300000;
 // Between two looks at the clock.
 constexpr int most_datagrams_at_once = 64;
-
-uint64_t wall_us()
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * second_us + static_cast<uint64_t>(now.tv_nsec) / 1000;
-}
 
 struct packet_log {
     netfilter_socket socket;

@@ -11,6 +11,8 @@ struct packet {
     uint32_t length;      // of so many on the wire
     bool has_mac;
     uint8_t mac[6]; // the sender's on the link; of use only where that sender is a device of the LAN
+    bool has_to_mac;
+    uint8_t to_mac[6]; // the receiver's on the link, likewise
 };
 
 #endif

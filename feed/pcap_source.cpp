@@ -104,11 +104,7 @@ int play_once(const std::string &path, const source_run &run, capture_clock *clo
             continue;
         packet one{};
         one.time_us = now;
-        one.bytes = frame.ip.data;
-        one.captured = static_cast<uint32_t>(frame.ip.size);
-        one.length = std::max(header->len - std::min(header->len, static_cast<uint32_t>(frame.header)), one.captured);
-        one.has_mac = frame.has_mac;
-        memcpy(one.mac, frame.mac, sizeof(one.mac));
+        fill_packet(frame, header->len, &one);
         run.classify.take(one);
     }
     // A capture that was cut off is good up to there.

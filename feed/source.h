@@ -30,6 +30,8 @@ struct source_kind {
 int run_nflog_source(const std::string &argument, const source_run &run);
 void adapt_to_nflog(classifier_options *options);
 
+int run_interface_source(const std::string &name, const source_run &run);
+
 int run_pcap_source(const std::string &path, const source_run &run);
 
 #endif

@@ -5,9 +5,11 @@
 #include "feed/link_layer.h"
 #include "feed/netfilter_socket.h"
 #include "feed/nflog_message.h"
+#include "feed/ring_block.h"
 #include "fuzz/targets.h"
 #include "tests/feed/spoken.h"
 
+#include <linux/if_packet.h>
 #include <linux/netfilter/nfnetlink_conntrack.h>
 #include <linux/netfilter/nfnetlink_log.h>
 #include <linux/netlink.h>
@@ -194,6 +196,33 @@ void take_conntrack(const bytes &input)
     }
 }
 
+void take_ring(const bytes &input)
+{
+    std::vector<uint8_t> memory = block_of(input);
+    ring_block block({memory.data(), memory.size()});
+    ring_frame frame;
+    for (size_t frames = 0; block.next(&frame); frames++) {
+        must(frames < input.size() && frame.bytes.size <= frame.length);
+        bytes copy(reinterpret_cast<const char *>(frame.bytes.data), frame.bytes.size); // all of it must be there
+        must(copy.size() <= input.size());
+    }
+}
+
+std::vector<bytes> ring_seeds()
+{
+    tpacket_block_desc block{};
+    tpacket3_hdr header{};
+    const bytes frame = ethernet_frame(tcp_packet(phone_to_server, 1, 2, bytes(100, 'd')), 7);
+    header.tp_mac = sizeof(header);
+    header.tp_snaplen = header.tp_len = static_cast<uint32_t>(frame.size());
+    header.tp_next_offset = static_cast<uint32_t>(sizeof(header) + frame.size());
+    block.hdr.bh1.num_pkts = 2;
+    block.hdr.bh1.offset_to_first_pkt = sizeof(block);
+    block.hdr.bh1.blk_len = static_cast<uint32_t>(sizeof(block) + 2 * header.tp_next_offset);
+    const bytes one = bytes(reinterpret_cast<const char *>(&header), sizeof(header)) + frame;
+    return {bytes(reinterpret_cast<const char *>(&block), sizeof(block)) + one + one};
+}
+
 std::vector<bytes> conntrack_seeds()
 {
     return {conntrack_message(phone_to_server, 1000, 50000),
@@ -226,4 +255,5 @@ const std::vector<fuzz_target> fuzz_targets = {
     {"feed_apps", take_apps, apps_seeds},
     {"feed_nflog", take_nflog, nflog_seeds},
     {"feed_conntrack", take_conntrack, conntrack_seeds},
+    {"feed_ring", take_ring, ring_seeds},
 };

@@ -1,8 +1,11 @@
 // What the feed says to the kernel and to the daemon, over real netlink in a network of its own.
 #include "feed/conntrack_entry.h"
+#include "feed/link_layer.h"
 #include "feed/message_sender.h"
 #include "feed/netfilter_socket.h"
 #include "feed/nflog_message.h"
+#include "feed/packet_ring.h"
+#include "feed/ring_block.h"
 #include "tests/feed/spoken.h"
 
 #include "common/accounting_format.h"
@@ -15,8 +18,10 @@
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/netfilter/nfnetlink_log.h>
 #include <linux/netlink.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <netlink/msg.h>
+#include <netpacket/packet.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -188,6 +193,74 @@ TEST_F(feed_sender, leaves_who_watches_connections_alone)
     EXPECT_EQ(waitpid(watcher, nullptr, WNOHANG), 0);
     kill(watcher, SIGKILL);
     waitpid(watcher, nullptr, 0);
+}
+
+namespace {
+
+// Our packets that the ring shows, up to this one.
+std::vector<bytes> shown(packet_ring *ring, const bytes &last)
+{
+    std::vector<bytes> found;
+    for (int i = 0; i < 200 && (found.empty() || found.back() != last); i++) {
+        ring->wait(100);
+        for (byte_view all; (all = ring->next_block()).size > 0; ring->give_back()) {
+            ring_block block(all);
+            ring_frame frame;
+            link_frame inside;
+            while (block.next(&frame)) {
+                EXPECT_TRUE(find_ip(ring->link_type(), frame.bytes, &inside)) << "what is no IP must not come";
+                // Others are the kernel's own, which looks for routers.
+                if (inside.has_mac && memcmp(inside.mac, "\2\0\0\0\0\7", sizeof(inside.mac)) == 0)
+                    found.emplace_back(reinterpret_cast<const char *>(inside.ip.data), inside.ip.size);
+            }
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+TEST(feed_ring, shows_ip_with_and_without_tags_and_counts_what_found_no_room)
+{
+    if (!why_not.empty() ||
+        system("ip link add ring0 type veth peer name ring1 && ip link set ring0 up && ip link set ring1 up"))
+        GTEST_SKIP() << "NOT TESTED HERE, the packet ring: " << why_not;
+    fd_guard sender{socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)};
+    sockaddr_ll from{};
+    from.sll_family = AF_PACKET;
+    from.sll_ifindex = static_cast<int>(if_nametoindex("ring1"));
+    auto send = [&](const bytes &frame) {
+        const auto *to = reinterpret_cast<const sockaddr *>(&from);
+        return sendto(sender.get(), frame.data(), frame.size(), 0, to, sizeof(from)) == static_cast<ssize_t>(frame.size());
+    };
+    packet_ring ring;
+    ASSERT_TRUE(ring.open());
+    EXPECT_FALSE(ring.attach("missing"));
+    ASSERT_TRUE(ring.attach("ring0"));
+    const bytes v4 = udp_packet({"192.168.77.20", "203.0.113.5", 1, 2}, bytes(50, 'a'));
+    const bytes v6 = udp_packet({"2001:db8::1", "2001:db8::2", 1, 2}, bytes(50, 'b'));
+    const bytes tag = number(0x8100, 2) + number(5, 2), outer_tag = number(0x88A8, 2) + number(6, 2);
+    bytes arp = ethernet_frame(v4, 7);
+    arp.replace(12, 2, number(0x0806, 2));
+    // The kernel takes one tag off itself.
+    for (const bytes &frame : {arp, ethernet_frame(v4, 7), ethernet_frame(v6, 7), ethernet_frame(v4, 7, tag),
+                               ethernet_frame(v6, 7, outer_tag + tag), ethernet_frame(v4, 7, outer_tag + tag + tag)})
+        ASSERT_TRUE(send(frame));
+    const bytes end = udp_packet({"192.168.77.20", "203.0.113.5", 1, 2}, bytes(50, 'z'));
+    ASSERT_TRUE(send(ethernet_frame(end, 7)));
+    EXPECT_EQ(shown(&ring, end), (std::vector<bytes>{v4, v6, v4, v6, v4, end}));
+    EXPECT_EQ(ring.take_lost(), 0u);
+
+    const bytes large = udp_packet({"192.168.77.20", "203.0.113.5", 1, 2}, bytes(1400, 'c'));
+    constexpr size_t sent = 8000; // more than the ring holds
+    for (size_t i = 0; i < sent; i++)
+        ASSERT_TRUE(send(ethernet_frame(large, 7)));
+    size_t lost = ring.take_lost();
+    EXPECT_TRUE(lost > 0 && lost < sent) << lost;
+    EXPECT_LT(shown(&ring, large).size(), sent);
+    ASSERT_TRUE(send(ethernet_frame(end, 7)));
+    std::vector<bytes> later = shown(&ring, end);
+    EXPECT_TRUE(!later.empty() && later.back() == end);
 }
 
 TEST(feed_netfilter, reads_what_the_kernel_logs)
