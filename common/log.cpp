@@ -188,7 +188,7 @@ void url_check_log(int level, const char *format, ...)
 {
     if (level > default_level)
         return;
-    char line[line_limit + 2] = {};
+    char line[line_limit + 2];
     size_t length = write_prefix(line, line_limit);
     va_list arguments;
     va_start(arguments, format);
