@@ -40,6 +40,7 @@ bool app_files::read(app_catalogue *out)
     if (!has_installed && !is_named)
         read_apps_text("built-in apps.conf", built_in_apps, out, &complaints);
     read_apps(files[1].path, out, &complaints);
+    lines_skipped = complaints.size();
     for (size_t i = 0; i < complaints.size() && i < most_complaints_told; i++)
         fprintf(stderr, "appident-feed: %s; line skipped\n", complaints[i].c_str());
     if (complaints.size() > most_complaints_told)

@@ -15,6 +15,8 @@ public:
     // Both files; what is wrong with them goes to standard error. False when a named `installed` cannot be read or holds no
     // app.
     bool read(app_catalogue *out);
+    // Lines that the last read() left out.
+    size_t skipped() const { return lines_skipped; }
     // Whether one of them is another than at the last read().
     bool have_changed() const;
 
@@ -24,6 +26,7 @@ private:
         struct stat about;
     };
     bool is_named;
+    size_t lines_skipped = 0;
     seen_file files[2];
 };
 

@@ -87,6 +87,7 @@ private:
     hit_sink hits;
     flow_sink flow_reports;
     feed_counters counts{};
+    uint64_t bytes_told = 0, bytes_unknown = 0;
     stream_budget hello_memory;
     dpi_engine dpi;
     device_table devices;

@@ -53,7 +53,9 @@ void classifier::credit(flow *one)
     bool counts_as_use = one->by == evidence::hello || (one->is_answered && !one->from_outside);
     if (one->app != 0 && !counts_as_use)
         return;
-    counts[one->app != 0 ? feed_bytes_told : feed_bytes_unknown] += bytes;
+    uint64_t &moved = one->app != 0 ? bytes_told : bytes_unknown;
+    moved += bytes;
+    counts[one->app != 0 ? feed_kbytes_told : feed_kbytes_unknown] = moved / 1024;
     feed_device *device = devices.told_as(one->device);
     app_use *use = one->app != 0 ? use_of(device, one->app) : nullptr;
     if (use) {

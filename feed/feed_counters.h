@@ -1,79 +1,60 @@
-// What the feed counts: one list of names, for its last line, its counters page and status output.
+// What the feed counts: one list, for its last line, its counter page and `appidentctl`, which reads that.
+//
+// The feed counts in 64 bits; on the page the counters wrap at 2^32.
 #ifndef FEED_COUNTERS_H
 #define FEED_COUNTERS_H
+
+#include "common/counter_page.h"
 
 #include <array>
 #include <stdint.h>
 
-enum feed_counter : unsigned int {
-    feed_packets,
-    feed_packets_malformed,
-    feed_packets_fragment,
-    feed_packets_other,
-    feed_packets_local,
-    feed_packets_foreign,
-    feed_flows,
-    feed_flows_by_hello,
-    feed_flows_by_dns,
-    feed_flows_by_dpi,
-    feed_flows_by_address,
-    feed_flows_unknown,
-    feed_bytes_told,
-    feed_bytes_unknown,
-    feed_hellos_nameless,
-    feed_quic_unreadable,
-    feed_dns_answers,
-    feed_hits_marked,
-    feed_hits_plain,
-    feed_hits_not_told,
-    feed_messages_sent,
-    feed_messages_failed,
-    feed_log_lost,
-    feed_log_undecodable,
-    feed_dumps_failed,
-    feed_flow_table_full,
-    feed_inspections_full,
-    feed_device_table_full,
-    feed_uses_full,
-    feed_counter_end
-};
+// Where the service writes its page. /var/run is /run on Debian, and the one that OpenWrt has.
+constexpr const char *feed_counters_path = "/var/run/appident-feed/feed.counters";
 
-struct feed_counter_text {
-    const char *name; // below 28 letters, as a counters page takes it
-    const char *meaning;
-};
-constexpr feed_counter_text feed_counter_texts[] = {
-    {"packets", "packets looked at"},
-    {"packets_malformed", "of them with headers that make no sense"},
-    {"packets_fragment", "later fragments"},
-    {"packets_other", "neither TCP nor UDP"},
-    {"packets_local", "within the LAN, or to many receivers"},
-    {"packets_foreign", "with neither end in the LAN"},
-    {"flows", "connections met between the LAN and outside"},
-    {"flows_by_hello", "told by the name in a TLS or QUIC hello, or an HTTP request"},
-    {"flows_by_dns", "told by a DNS answer"},
-    {"flows_by_dpi", "told by nDPI"},
-    {"flows_by_address", "told by a network of one service"},
-    {"flows_unknown", "of no known app"},
-    {"bytes_told", "bytes of connections with an app"},
-    {"bytes_unknown", "bytes of those without"},
-    {"hellos_nameless", "hellos without a usable name (encrypted, or none)"},
-    {"quic_unreadable", "QUIC Initial packets that could not be read"},
-    {"dns_answers", "DNS answers with addresses"},
-    {"hits_marked", "intervals that may open a session"},
-    {"hits_plain", "intervals that continue one"},
-    {"hits_not_told", "intervals of devices without a known IPv4 address"},
-    {"messages_sent", "messages sent to the daemon"},
-    {"messages_failed", "messages that could not be sent"},
-    {"log_lost", "packets that the kernel could not deliver in time"},
-    {"log_undecodable", "what it delivered and makes no sense"},
-    {"dumps_failed", "times that connection tracking did not tell all its counters"},
-    {"flow_table_full", "connections forgotten early: the table was full"},
-    {"inspections_full", "connections not looked into: too many at once"},
-    {"device_table_full", "devices forgotten early: the table was full"},
-    {"uses_full", "apps of a device not counted: too many at once"},
-};
-static_assert(sizeof(feed_counter_texts) / sizeof(feed_counter_texts[0]) == feed_counter_end, "each counter has its text");
+// Each counter, once: its name, its kind, its meaning. A new counter is a new line here, at the place where it is to be
+// printed.
+// clang-format off
+#define FEED_COUNTERS(row) \
+    row(started_uptime,     state, "uptime second at which the process started") \
+    row(packets,            total, "packets looked at") \
+    row(packets_malformed,  part,  "with headers that make no sense") \
+    row(packets_fragment,   part,  "later fragments") \
+    row(packets_other,      part,  "neither TCP nor UDP") \
+    row(packets_local,      part,  "within the LAN, or to many receivers") \
+    row(packets_foreign,    part,  "with neither end in the LAN") \
+    row(log_lost,           total, "packets that the kernel could not deliver in time") \
+    row(log_undecodable,    total, "what it delivered and makes no sense") \
+    row(flows,              total, "connections met between the LAN and outside") \
+    row(flows_by_hello,     part,  "told by the name in a TLS or QUIC hello, or an HTTP request") \
+    row(flows_by_dns,       part,  "told by a DNS answer") \
+    row(flows_by_dpi,       part,  "told by nDPI") \
+    row(flows_by_address,   part,  "told by a network of one service") \
+    row(flows_unknown,      part,  "of no known app") \
+    row(kbytes_told,        total, "kilobytes of connections with an app") \
+    row(kbytes_unknown,     total, "kilobytes of those without") \
+    row(hellos_nameless,    total, "hellos without a usable name (encrypted, or none)") \
+    row(quic_unreadable,    total, "QUIC Initial packets that could not be read") \
+    row(dns_answers,        total, "DNS answers with addresses") \
+    row(hits_marked,        total, "intervals that may open a session") \
+    row(hits_plain,         total, "intervals that continue one") \
+    row(hits_not_told,      total, "intervals of devices without a known IPv4 address") \
+    row(messages_sent,      total, "messages sent to the daemon") \
+    row(messages_failed,    total, "messages that could not be sent") \
+    row(dumps_failed,       total, "times that connection tracking did not tell all its counters") \
+    row(flow_table_full,    total, "connections forgotten early: the table was full") \
+    row(inspections_full,   total, "connections not looked into: too many at once") \
+    row(device_table_full,  total, "devices forgotten early: the table was full") \
+    row(uses_full,          total, "apps of a device not counted: too many at once") \
+    row(rules_restored,     total, "times that somebody had removed the log rules, and they were loaded again") \
+    row(offload_unguarded,  total, "rules that now offload connections before they are told") \
+    row(lines_skipped,      total, "lines of the catalogue that now make no sense")
+// clang-format on
+
+// feed_started_uptime, feed_packets ...
+#define FEED_COUNTER_ID(name, kind, meaning) feed_##name,
+enum feed_counter : unsigned int { FEED_COUNTERS(FEED_COUNTER_ID) feed_counter_end };
+#undef FEED_COUNTER_ID
 
 using feed_counters = std::array<uint64_t, feed_counter_end>;
 

@@ -1,5 +1,6 @@
 // appident-feed: tells which device of the LAN uses which app, from the traffic that the router forwards.
 #include "feed/app_files.h"
+#include "feed/feed_page.h"
 #include "feed/message_sender.h"
 #include "feed/printing.h"
 #include "feed/source.h"
@@ -7,6 +8,7 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 
 namespace {
 
@@ -52,6 +54,13 @@ int usage_error(const std::string &what)
     return feed_usage;
 }
 
+uint64_t uptime_seconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec);
+}
+
 void print(const std::string &line)
 {
     fwrite(line.data(), 1, line.size(), stdout);
@@ -59,9 +68,11 @@ void print(const std::string &line)
 
 void tell_counters(const feed_counters &counts)
 {
+    constexpr counter_about texts[] = {FEED_COUNTERS(COUNTER_ABOUT)};
     for (unsigned int i = 0; i < feed_counter_end; i++)
-        fprintf(stderr, "  %-20s %12llu  %s\n", feed_counter_texts[i].name, static_cast<unsigned long long>(counts[i]),
-                feed_counter_texts[i].meaning);
+        if (texts[i].kind != counter_kind::state)
+            fprintf(stderr, "  %-20s %12llu  %s%s\n", texts[i].name, static_cast<unsigned long long>(counts[i]),
+                    texts[i].kind == counter_kind::part ? "of them " : "", texts[i].meaning);
 }
 
 // Sends the hit, and counts how that went. What cannot be told is counted by the classifier.
@@ -81,6 +92,7 @@ void send_hit(message_sender *sender, const hit &found, feed_counters *counts)
 
 int run(const feed_options &options, const source_kind &kind, const std::string &argument)
 {
+    const uint64_t started = uptime_seconds();
     app_files files(options.apps, options.own_apps);
     app_catalogue apps;
     if (!files.read(&apps)) {
@@ -122,16 +134,29 @@ int run(const feed_options &options, const source_kind &kind, const std::string 
     told = &classify;
     if (options.verbose)
         fprintf(stderr, "appident-feed: %zu apps, %s\n", classify.catalogue().apps.size(), dpi_engine::version().c_str());
+    auto all_counts = [&] {
+        feed_counters counts = classify.counters();
+        for (unsigned int i = 0; i < feed_counter_end; i++)
+            counts[i] += own_counts[i];
+        counts[feed_started_uptime] = started;
+        counts[feed_lines_skipped] = files.skipped();
+        return counts;
+    };
+    // Who only looks takes no place of a feed that tells.
+    if (!options.dry) {
+        feed_page_open(options.counters);
+        feed_page_write(all_counts());
+    }
     auto refresh = [&] {
         app_catalogue fresh;
         if (files.have_changed() && files.read(&fresh))
             classify.set_catalogue(std::move(fresh));
+        feed_page_write(all_counts());
         fflush(stdout);
     };
     int status = kind.run(argument, {options, classify, stop_wanted, own_counts, refresh});
-    feed_counters counts = classify.counters();
-    for (unsigned int i = 0; i < feed_counter_end; i++)
-        counts[i] += own_counts[i];
+    feed_counters counts = all_counts();
+    feed_page_write(counts);
     fprintf(stderr, "appident-feed: %s", summary_line(counts).c_str());
     if (options.verbose)
         tell_counters(counts);

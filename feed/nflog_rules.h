@@ -4,6 +4,7 @@
 
 #include <stdint.h>
 
+constexpr const char *own_table = "appident_feed"; // of the family inet
 // Netfilter's log group of the rules.
 constexpr uint16_t log_group = 5306;
 // So many packets of a connection are logged; the rule says the same.

@@ -3,6 +3,7 @@
 #include "feed/conntrack_counters.h"
 #include "feed/nflog_message.h"
 #include "feed/nflog_rules.h"
+#include "feed/ruleset_look.h"
 #include "feed/wall_clock.h"
 
 #include <algorithm>
@@ -22,6 +23,7 @@ namespace {
 constexpr int receive_buffer_bytes = 4 * 1024 * 1024;
 // The kernel sends a datagram when it has gathered so much.
 constexpr uint32_t datagram_bytes = 32 * 1024, datagram_packets = 64, datagram_centiseconds = 10;
+constexpr int longest_answer_seconds = 5;
 constexpr int longest_wait_ms = 100;
 // So long before an interval ends its bytes are asked for.
 constexpr uint64_t dump_lead_us = 300000;
@@ -85,15 +87,30 @@ void take_packets(packet_log *log, const source_run &run)
     }
 }
 
+// Whoever loads a firewall anew may flush all tables, this one too.
+void tend_rules(netfilter_socket *socket, const source_run &run)
+{
+    ruleset_look seen;
+    if (!look_at_rules(socket, &seen))
+        return;
+    if (!seen.has_own_rules && load_log_rules())
+        run.counts[feed_rules_restored]++;
+    if (seen.offload_unguarded > run.counts[feed_offload_unguarded])
+        fprintf(stderr, "appident-feed: %u rules with 'flow add' hide connections; they need 'ct packets > %u' before it\n",
+                seen.offload_unguarded, packets_logged);
+    run.counts[feed_offload_unguarded] = seen.offload_unguarded;
+}
+
 } // namespace
 
 int run_nflog_source(const std::string &, const source_run &run)
 {
     packet_log log;
     conntrack_counters counters;
+    netfilter_socket rules;
     if (!open_log(&log))
         return feed_failed;
-    if (!counters.open()) {
+    if (!counters.open() || !rules.open(longest_answer_seconds)) {
         fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
         return feed_failed;
     }
@@ -103,6 +120,7 @@ int run_nflog_source(const std::string &, const source_run &run)
     counters.read(run, true, refreshed);
     if (!load_log_rules())
         return feed_failed;
+    tend_rules(&rules, run);
     uint64_t counted = 0; // the end of the interval that was counted last
     while (!run.stop) {
         pollfd ready{log.socket.descriptor(), POLLIN, 0};
@@ -118,6 +136,7 @@ int run_nflog_source(const std::string &, const source_run &run)
         }
         run.classify.advance(now);
         if (now - refreshed >= interval_us) {
+            tend_rules(&rules, run);
             run.refresh();
             refreshed = now;
         }

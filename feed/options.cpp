@@ -47,6 +47,12 @@ bool set_own_apps(const char *value, feed_options *out)
     return true;
 }
 
+bool set_counters(const char *value, feed_options *out)
+{
+    out->counters = value;
+    return true;
+}
+
 bool set_speed(const char *value, feed_options *out)
 {
     char *end = nullptr;
@@ -95,6 +101,7 @@ constexpr known_option known[] = {
     {"speed", 'x', "N", "play a capture N times as fast as life; without it, as fast as it can be read", set_speed},
     {"apps", 0, "FILE", "the catalogue of apps, instead of the installed one", set_apps},
     {"own-apps", 0, "FILE", "what is added to it, instead of /etc/appident/apps.conf", set_own_apps},
+    {"counters", 0, "FILE", "the page of counters, instead of /var/run/appident-feed/feed.counters", set_counters},
     {"no-dpi", 0, nullptr, "do without nDPI", set<&feed_options::no_dpi>},
     {"max-flows", 0, "N", "remember so many connections at once (16384)", set_most_flows},
     {"verbose", 'v', nullptr, "say more on standard error: each connection as it ends, and all counters",

@@ -3,6 +3,7 @@
 #define FEED_OPTIONS_H
 
 #include "feed/address.h"
+#include "feed/feed_counters.h"
 
 enum feed_exit {
     feed_done = 0,
@@ -18,6 +19,7 @@ struct feed_options {
     ip_address as;             // family 0: devices keep their addresses
     std::string apps;          // empty: the installed catalogue
     std::string own_apps = "/etc/appident/apps.conf";
+    std::string counters = feed_counters_path;
     double speed = 0; // times as fast as life; 0: as fast as it can be read
     unsigned long loops = 1;
     unsigned long most_flows = 16384;

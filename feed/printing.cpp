@@ -95,13 +95,14 @@ std::string summary_line(const feed_counters &counts)
 {
     auto full =
         counts[feed_flow_table_full] + counts[feed_inspections_full] + counts[feed_device_table_full] + counts[feed_uses_full];
-    return format(
-        "%" PRIu64 " packets; %" PRIu64 " flows: %" PRIu64 " told by hello, %" PRIu64 " by dns, %" PRIu64 " by dpi, %" PRIu64
-        " by address, %" PRIu64 " unknown (%u%% of flows, %u%% of bytes); %" PRIu64 " hellos without a name; hits: %" PRIu64
-        " marked, %" PRIu64 " plain, %" PRIu64 " of devices without IPv4, %" PRIu64 " sent; tables full %" PRIu64 " times\n",
-        counts[feed_packets], counts[feed_flows], counts[feed_flows_by_hello], counts[feed_flows_by_dns],
-        counts[feed_flows_by_dpi], counts[feed_flows_by_address], counts[feed_flows_unknown],
-        share(counts[feed_flows_unknown], counts[feed_flows]),
-        share(counts[feed_bytes_unknown], counts[feed_bytes_unknown] + counts[feed_bytes_told]), counts[feed_hellos_nameless],
-        counts[feed_hits_marked], counts[feed_hits_plain], counts[feed_hits_not_told], counts[feed_messages_sent], full);
+    return format("%" PRIu64 " packets; %" PRIu64 " flows: %" PRIu64 " told by hello, %" PRIu64 " by dns, %" PRIu64
+                  " by dpi, %" PRIu64 " by address, %" PRIu64 " unknown (%u%% of flows, %u%% of bytes); %" PRIu64
+                  " hellos without a name; hits: %" PRIu64 " marked, %" PRIu64 " plain, %" PRIu64
+                  " of devices without IPv4, %" PRIu64 " sent; tables full %" PRIu64 " times\n",
+                  counts[feed_packets], counts[feed_flows], counts[feed_flows_by_hello], counts[feed_flows_by_dns],
+                  counts[feed_flows_by_dpi], counts[feed_flows_by_address], counts[feed_flows_unknown],
+                  share(counts[feed_flows_unknown], counts[feed_flows]),
+                  share(counts[feed_kbytes_unknown], counts[feed_kbytes_unknown] + counts[feed_kbytes_told]),
+                  counts[feed_hellos_nameless], counts[feed_hits_marked], counts[feed_hits_plain], counts[feed_hits_not_told],
+                  counts[feed_messages_sent], full);
 }

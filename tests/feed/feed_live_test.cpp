@@ -6,6 +6,7 @@
 #include "feed/nflog_message.h"
 #include "feed/packet_ring.h"
 #include "feed/ring_block.h"
+#include "feed/ruleset_look.h"
 #include "tests/feed/spoken.h"
 
 #include "common/accounting_format.h"
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/netfilter/nfnetlink_log.h>
 #include <linux/netlink.h>
@@ -321,6 +323,75 @@ TEST(feed_netfilter, reads_connections_as_they_are_forwarded)
         memcpy(shorter.data(), &length, std::min(sizeof(length), size));
         EXPECT_FALSE(read(shorter, &out)) << size;
     }
+}
+
+// `ct packets` against a number, as nft puts it, and what the rule does then.
+bytes rule(const std::string &chain, int compare, uint64_t packets, const std::string &then)
+{
+    auto part = [](const std::string &name, const bytes &data) {
+        return netlink_attribute(NFTA_LIST_ELEM,
+                                 netlink_attribute(NFTA_EXPR_NAME, name) + netlink_attribute(NFTA_EXPR_DATA, data));
+    };
+    auto value = [](int type, uint64_t of, int size) { return netlink_attribute(type, number(of, size)); };
+    bytes all = part("ct", value(NFTA_CT_KEY, NFT_CT_PKTS, 4) + value(NFTA_CT_DREG, 1, 4)) + part("byteorder", "") +
+                part("cmp", value(NFTA_CMP_SREG, 1, 4) + value(NFTA_CMP_OP, static_cast<uint64_t>(compare), 4) +
+                                netlink_attribute(NFTA_CMP_DATA, value(NFTA_DATA_VALUE, packets, 8)));
+    return netlink_message(NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_NEWRULE,
+                           netlink_attribute(NFTA_RULE_TABLE, "fw") + netlink_attribute(NFTA_RULE_CHAIN, chain) +
+                               netlink_attribute(NFTA_RULE_EXPRESSIONS, (compare < 0 ? bytes() : all) + part(then, "")));
+}
+
+TEST(feed_netfilter, finds_rules_that_hide_connections)
+{
+    const struct {
+        std::vector<bytes> rules;
+        uint32_t unguarded;
+    } cases[] = {
+        {{rule("forward", -1, 0, "flow_offload"), rule("forward", -1, 0, "counter")}, 1},
+        {{rule("forward", NFT_CMP_GT, 12, "flow_offload"), rule("forward", NFT_CMP_GTE, 13, "flow_offload")}, 0},
+        {{rule("forward", NFT_CMP_GT, 11, "flow_offload"), rule("forward", NFT_CMP_LT, 100, "flow_offload")}, 2},
+        {{rule("forward", NFT_CMP_LT, 13, "immediate"), rule("forward", -1, 0, "flow_offload")}, 0},
+        {{rule("other", NFT_CMP_LT, 13, "immediate"), rule("forward", -1, 0, "flow_offload")}, 1},
+        {{rule("forward", NFT_CMP_LT, 12, "immediate"), rule("forward", -1, 0, "flow_offload")}, 1},
+    };
+    for (const auto &one : cases) {
+        ruleset_look seen;
+        for (const bytes &message : one.rules)
+            take_rule(next_netlink_message(message.data(), static_cast<int>(message.size()), nullptr), &seen);
+        EXPECT_EQ(seen.offload_unguarded, one.unguarded) << &one - cases;
+        EXPECT_FALSE(seen.has_own_rules);
+    }
+}
+
+// What the kernel says about rules that nft loads.
+TEST(feed_netfilter, sees_the_rules_of_the_kernel)
+{
+    if (!why_not.empty() || system("command -v nft >/dev/null") != 0)
+        GTEST_SKIP() << "NOT TESTED HERE, nft rules: no network of our own, or no nft";
+    netfilter_socket socket;
+    ruleset_look seen;
+    ASSERT_TRUE(socket.open(milliseconds_for_an_answer / 1000));
+    ASSERT_TRUE(look_at_rules(&socket, &seen));
+    EXPECT_FALSE(seen.has_own_rules);
+    ASSERT_EQ(system("nft 'table inet appident_feed { chain forward { ct packets 1-12 accept; }; }'"), 0);
+    ASSERT_TRUE(look_at_rules(&socket, &seen));
+    EXPECT_TRUE(seen.has_own_rules);
+    EXPECT_EQ(seen.guarded_chain, "1 appident_feed forward");
+    auto load = [](const char *flow_rule) {
+        return system((std::string("nft 'flush ruleset; table inet fw { flowtable ft { hook ingress priority 0; devices = { lo "
+                                   "}; }; chain f { type "
+                                   "filter hook forward priority 0; ") +
+                       flow_rule + "; }; }' 2>/dev/null")
+                          .c_str()) == 0;
+    };
+    if (!load("ct packets > 12 flow add @ft"))
+        GTEST_SKIP() << "NOT TESTED HERE, flow tables: this kernel has none";
+    ASSERT_TRUE(look_at_rules(&socket, &seen));
+    EXPECT_EQ(seen.offload_unguarded, 0u);
+    EXPECT_FALSE(seen.has_own_rules);
+    ASSERT_TRUE(load("meta l4proto { tcp, udp } flow add @ft"));
+    ASSERT_TRUE(look_at_rules(&socket, &seen));
+    EXPECT_EQ(seen.offload_unguarded, 1u);
 }
 
 int main(int argc, char **argv)

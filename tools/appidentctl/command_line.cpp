@@ -26,6 +26,7 @@ constexpr option_about options[] = {
     {option_day, "day", value_day},
     {option_device, "device", value_device},
     {option_devices, "devices", value_devices},
+    {option_feed_counters, "feed-counters", value_path},
     {option_follow, "follow", no_value},
     {option_help, "help", no_value},
     {option_json, "json", no_value},

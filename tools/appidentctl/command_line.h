@@ -26,6 +26,7 @@ enum option_id : unsigned int {
     option_day,
     option_device,
     option_devices,
+    option_feed_counters,
     option_follow,
     option_help,
     option_json,

@@ -94,7 +94,7 @@ const std::vector<command> &all_commands()
          no_operand,
          run_status,
          "is it up, what came in, what was dropped",
-         {{option_all, "every counter of the daemon and of the platform library"}}},
+         {{option_all, "every counter of the daemon, of the platform library and of the feed"}}},
         {"doctor",
          no_operand,
          run_doctor,
@@ -115,6 +115,7 @@ const std::vector<command_option> &common_options()
         {option_timeout, "how long to wait for an answer, fractions allowed (3)"},
         {option_settings, "the platform settings (/etc/appident/platform.json)"},
         {option_counters, "the daemon's counters (/tmp/.appident.counters)"},
+        {option_feed_counters, "the feed's counters (/var/run/appident-feed/feed.counters)"},
         {option_help, "this text"},
         {option_version, "the version of this program"},
     };

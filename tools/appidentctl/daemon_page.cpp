@@ -29,6 +29,7 @@ namespace {
 
 constexpr const char *daemon_names[] = {APPIDENT_COUNTERS(COUNTER_NAME)};
 constexpr const char *platform_names[] = {PLATFORM_COUNTERS(COUNTER_NAME)};
+constexpr const char *feed_names[] = {FEED_COUNTERS(COUNTER_NAME)};
 
 u32 value_of(const counters &page, const char *name)
 {
@@ -50,11 +51,50 @@ u32 counter_value(const counters &platform, platform_counter which)
     return value_of(platform, platform_names[which]);
 }
 
+u32 counter_value(const counters &feed, feed_counter which)
+{
+    return value_of(feed, feed_names[which]);
+}
+
+bool owner_lives(const counters &page)
+{
+    return kill(static_cast<pid_t>(page.owner), 0) == 0 || errno != ESRCH;
+}
+
+u32 seconds_since(u32 uptime)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<u32>(now.tv_sec) - uptime;
+}
+
+std::string told_text(const counters &feed)
+{
+    constexpr struct {
+        feed_counter which;
+        const char *name;
+    } kinds[] = {{feed_flows_by_hello, "hello"},
+                 {feed_flows_by_dns, "dns"},
+                 {feed_flows_by_dpi, "dpi"},
+                 {feed_flows_by_address, "address"}};
+    unsigned long long told = 0, unknown = counter_value(feed, feed_flows_unknown);
+    std::string by;
+    for (const auto &one : kinds) {
+        u32 value = counter_value(feed, one.which);
+        told += value;
+        by += std::string(by.empty() ? "" : ", ") + one.name + " " + std::to_string(value);
+    }
+    if (told + unknown == 0)
+        return "none decided yet";
+    unsigned long long share = (100 * unknown + (told + unknown) / 2) / (told + unknown);
+    return std::to_string(100 - share) + " % told (" + by + "), " + std::to_string(share) + " % unknown";
+}
+
 daemon_state state_of(const counters &page)
 {
     if (!page.found)
         return daemon_unseen;
-    if (kill(static_cast<pid_t>(page.owner), 0) != 0 && errno == ESRCH)
+    if (!owner_lives(page))
         return daemon_gone;
     return counter_value(page, counter_serving) ? daemon_serving : daemon_starting;
 }
@@ -67,8 +107,6 @@ const char *state_name(daemon_state state)
 
 u32 seconds_to_start(const counters &page)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    u32 since = static_cast<u32>(now.tv_sec) - counter_value(page, counter_started_uptime);
+    u32 since = seconds_since(counter_value(page, counter_started_uptime));
     return since < start_seconds ? start_seconds - since : 0;
 }

@@ -1,9 +1,8 @@
 // doctor: why is there no data? Follows the data's way from the daemon's start to the last push; a line for each station.
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/daemon_call.h"
-#include "tools/appidentctl/daemon_page.h"
 #include "tools/appidentctl/exit_codes.h"
-#include "tools/appidentctl/household.h"
+#include "tools/appidentctl/finding.h"
 #include "tools/appidentctl/json_file.h"
 #include "tools/appidentctl/lan_look.h"
 #include "tools/appidentctl/table.h"
@@ -20,28 +19,19 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+finding expect_none(u32 value, const char *what, const char *advice)
+{
+    return value ? finding{warning, std::to_string(value) + " " + what, advice} : finding{fine, std::string("no ") + what, ""};
+}
+
+u32 accounting_messages(const evidence &seen)
+{
+    return seen[counter_traffic_messages] - seen[counter_traffic_other] - seen[counter_traffic_short];
+}
+
 namespace {
 
-enum severity { fine, warning, fault };
 constexpr const char *severity_names[] = {"ok", "warning", "FAULT"};
-
-struct finding {
-    severity level;
-    std::string text;
-    std::string advice; // what to do; empty when all is well
-};
-
-struct evidence {
-    const places &where;
-    counters own, platform;
-    daemon_state state;
-    household known;
-    time_t now;
-    bool reachable;
-
-    u32 operator[](counter which) const { return counter_value(own, which); }
-    u32 operator[](platform_counter which) const { return counter_value(platform, which); }
-};
 
 std::string number(u32 value)
 {
@@ -52,12 +42,6 @@ std::string user_text(uid_t id)
 {
     const passwd *entry = getpwuid(id);
     return entry ? entry->pw_name : number(id);
-}
-
-// A counter that should be 0.
-finding expect_none(u32 value, const char *what, const char *advice)
-{
-    return value ? finding{warning, number(value) + " " + what, advice} : finding{fine, std::string("no ") + what, ""};
 }
 
 finding check_daemon(const evidence &seen)
@@ -178,16 +162,15 @@ finding check_roles(const evidence &seen)
     return online ? finding{fine, text, ""} : finding{warning, text, "none can use anything now"};
 }
 
-// Connection tracking tells of other things too; only accounting messages carry apps.
-u32 accounting_messages(const evidence &seen)
-{
-    return seen[counter_traffic_messages] - seen[counter_traffic_other] - seen[counter_traffic_short];
-}
-
 finding check_traffic(const evidence &seen)
 {
     constexpr const char *engine = "this kernel has no inspection engine: install appident-feed, which sees the apps instead; "
                                    "on a vendor's kernel, load its module";
+    if (accounting_messages(seen) == 0 && seen.feed_runs())
+        return seen[feed_messages_sent] == 0
+                   ? finding{warning, "the feed has not found an app in use yet", "use one; it is told within a minute"}
+                   : finding{fault, "the feed sent " + number(seen[feed_messages_sent]) + " messages, and none arrived",
+                             "wait a minute where the daemon was just started; else restart both"};
     if (seen[counter_traffic_messages] == 0)
         return {fault, "no message from the kernel", engine};
     if (accounting_messages(seen) == 0)
@@ -278,28 +261,33 @@ finding check_log(const evidence &seen)
 struct check {
     const char *name;
     finding (*look)(const evidence &);
-    bool needs_run; // says something only once a daemon has run
+    enum { always, after_a_run, with_a_feed } when; // it says something
 };
 constexpr check checks[] = {
-    {"daemon", check_daemon, false},
-    {"socket", check_socket, false},
-    {"settings", check_settings, false},
-    {"clock", check_clock, false},
-    {"owners", check_owners, true},
-    {"LAN", check_lan, false},
-    {"neighbours", check_neighbours, false},
-    {"roster", check_roster, true},
-    {"devices", check_roles, false},
-    {"traffic", check_traffic, true},
-    {"decoding", check_decoding, true},
-    {"unknown MACs", check_unknown_macs, true},
-    {"untracked devices", check_unknown_devices, true},
-    {"losses", check_lost, true},
-    {"records", check_records, true},
-    {"tables", check_tables, true},
-    {"pushes", check_pushes, true},
-    {"disk", check_disk, false},
-    {"log", check_log, true},
+    {"daemon", check_daemon, check::always},
+    {"socket", check_socket, check::always},
+    {"settings", check_settings, check::always},
+    {"clock", check_clock, check::always},
+    {"owners", check_owners, check::after_a_run},
+    {"LAN", check_lan, check::always},
+    {"neighbours", check_neighbours, check::always},
+    {"roster", check_roster, check::after_a_run},
+    {"devices", check_roles, check::always},
+    {"feed", check_feed, check::after_a_run},
+    {"feed's input", check_feed_losses, check::with_a_feed},
+    {"feed's tables", check_feed_tables, check::with_a_feed},
+    {"offloading", check_offloading, check::with_a_feed},
+    {"app rules", check_app_rules, check::with_a_feed},
+    {"traffic", check_traffic, check::after_a_run},
+    {"decoding", check_decoding, check::after_a_run},
+    {"unknown MACs", check_unknown_macs, check::after_a_run},
+    {"untracked devices", check_unknown_devices, check::after_a_run},
+    {"losses", check_lost, check::after_a_run},
+    {"records", check_records, check::after_a_run},
+    {"tables", check_tables, check::after_a_run},
+    {"pushes", check_pushes, check::after_a_run},
+    {"disk", check_disk, check::always},
+    {"log", check_log, check::after_a_run},
 };
 
 // A harmless question: what does a device use that nobody has?
@@ -337,7 +325,7 @@ void print_first_steps(const evidence &seen)
     } steps[] = {
         {seen.reachable || seen.state == daemon_starting, "start the daemon"},
         {seen.own.found && accounting_messages(seen) > 0,
-         "let something tell it the apps: a vendor's kernel, or appident-feed"},
+         "let something tell it the apps: install and start appident-feed, or load a vendor's module"},
         {std::any_of(seen.known.devices.begin(), seen.known.devices.end(),
                      [](const known_device &one) { return one.role > 0; }),
          "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
@@ -358,8 +346,13 @@ void print_first_steps(const evidence &seen)
 
 int run_doctor(const call &what)
 {
-    evidence seen = {what.where,    read_counters(what.where.counters), read_counters(what.where.platform_counters),
-                     daemon_unseen, read_household(what.where),         time(nullptr),
+    evidence seen = {what.where,
+                     read_counters(what.where.counters),
+                     read_counters(what.where.platform_counters),
+                     read_counters(what.where.feed_counters),
+                     daemon_unseen,
+                     read_household(what.where),
+                     time(nullptr),
                      false};
     seen.state = state_of(seen.own);
     seen.reachable = seen.state != daemon_starting && probe(what.where);
@@ -367,7 +360,7 @@ int run_doctor(const call &what)
     json_tree root(cJSON_CreateObject());
     cJSON *list = cJSON_AddArrayToObject(root.get(), "checks");
     for (const check &one : checks) {
-        if (one.needs_run && !seen.own.found)
+        if ((one.when == check::after_a_run && !seen.own.found) || (one.when == check::with_a_feed && !seen.feed.found))
             continue;
         finding found = one.look(seen);
         worst = std::max(worst, found.level);

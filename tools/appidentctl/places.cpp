@@ -2,6 +2,7 @@
 
 #include "common/counters.h"
 #include "common/log.h"
+#include "feed/feed_counters.h"
 #include "platform/linux/client/settings.h"
 #include "tools/appidentctl/exit_codes.h"
 
@@ -33,6 +34,7 @@ bool find_places(const command_line &line, places *found)
     found->settings = named ? named : settings_default_path;
     found->socket = option_or(line, option_socket, default_socket);
     found->counters = option_or(line, option_counters, counters_path);
+    found->feed_counters = option_or(line, option_feed_counters, feed_counters_path);
     found->log = option_or(line, option_log, default_log);
 
     const platform_settings &stored = settings();

@@ -15,6 +15,7 @@ struct places {
     std::string settings; // the platform library's settings file; what follows comes from it
     bool settings_valid;  // false: the file is there and makes no sense, the defaults are in force
     std::string platform_counters;
+    std::string feed_counters;
     std::string roster;
     std::string installed_catalogue;
     std::string catalogue;                // the household's own, which adds to the installed one

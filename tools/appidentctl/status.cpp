@@ -1,4 +1,4 @@
-// status: what matters on one screen, or with --all both counter pages, in plain words.
+// status: what matters on one screen, or with --all every counter page, in plain words.
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/daemon_page.h"
 #include "tools/appidentctl/exit_codes.h"
@@ -15,6 +15,7 @@ namespace {
 
 constexpr counter_about daemon_counters[] = {APPIDENT_COUNTERS(COUNTER_ABOUT)};
 constexpr counter_about platform_counters[] = {PLATFORM_COUNTERS(COUNTER_ABOUT)};
+constexpr counter_about feed_texts[] = {FEED_COUNTERS(COUNTER_ABOUT)};
 
 // Null for a counter of another release.
 template <size_t size> const counter_about *find_about(const counter_about (&list)[size], const char *name)
@@ -64,10 +65,7 @@ template <size_t size> std::string losses(const counters &page, const counter_ab
 
 std::string uptime_text(const counters &own)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    u32 since = static_cast<u32>(now.tv_sec) - counter_value(own, counter_started_uptime);
-    return span_text(since);
+    return span_text(seconds_since(counter_value(own, counter_started_uptime)));
 }
 
 std::string devices_text(const household &known)
@@ -93,7 +91,37 @@ void print_state(daemon_state state, const counters &own)
     puts(state == daemon_gone ? "; these are the figures of its last run." : ".");
 }
 
-void print_summary(const call &what, const counters &own, const counters &platform)
+// The feed in two lines: what it sees and tells, and what it cannot.
+void add_feed(text_table *table, const counters &feed)
+{
+    auto value = [&](feed_counter which) { return counter_value(feed, which); };
+    if (!feed.found || !owner_lives(feed)) {
+        table->rows.push_back({"feed", feed.found ? "has ended" : "not running"});
+        return;
+    }
+    table->rows.push_back({"feed", std::to_string(value(feed_flows)) + " connections, " + told_text(feed) + "; " +
+                                       std::to_string(value(feed_messages_sent)) + " messages sent"});
+    const struct {
+        u32 count;
+        const char *what;
+    } troubles[] = {
+        {value(feed_hellos_nameless), "hellos without a name"},
+        {value(feed_hits_not_told), "intervals of devices without IPv4"},
+        {value(feed_log_lost), "packets lost"},
+        {value(feed_messages_failed), "messages failed"},
+        {value(feed_flow_table_full) + value(feed_inspections_full) + value(feed_device_table_full) + value(feed_uses_full),
+         "times a table was full"},
+        {value(feed_offload_unguarded), "rules that offload connections too early"},
+        {value(feed_lines_skipped), "lines of apps.conf skipped"},
+    };
+    std::string all;
+    for (const auto &one : troubles)
+        if (one.count)
+            all += (all.empty() ? "" : "; ") + std::to_string(one.count) + " " + one.what;
+    table->rows.push_back({"not seen", all.empty() ? "none" : all});
+}
+
+void print_summary(const call &what, const counters &own, const counters &platform, const counters &feed)
 {
     text_table table = {{{""}, {"", false, true}}, {}};
     table.rows.push_back({"devices", devices_text(read_household(what.where))});
@@ -105,6 +133,7 @@ void print_summary(const call &what, const counters &own, const counters &platfo
     table.rows.push_back({"requests", std::to_string(counter_value(own, counter_requests)) + " answered"});
     table.rows.push_back({"not used", losses(own, daemon_counters)});
     table.rows.push_back({"platform", platform.found ? losses(platform, platform_counters) : "no counters to be read"});
+    add_feed(&table, feed);
     print_table(table);
     puts("'appidentctl status --all' shows every counter, 'appidentctl doctor' what is wrong.");
 }
@@ -120,13 +149,14 @@ cJSON *page_json(const std::string &path, const counters &page)
     return object;
 }
 
-void print_as_json(const call &what, daemon_state state, const counters &own, const counters &platform)
+void print_as_json(const call &what, daemon_state state, const counters &own, const counters &platform, const counters &feed)
 {
     json_tree root(cJSON_CreateObject());
     cJSON_AddStringToObject(root.get(), "version", APPIDENT_VERSION);
     cJSON_AddStringToObject(root.get(), "state", state_name(state));
     cJSON_AddItemToObject(root.get(), "daemon", page_json(what.where.counters, own));
     cJSON_AddItemToObject(root.get(), "platform", page_json(what.where.platform_counters, platform));
+    cJSON_AddItemToObject(root.get(), "feed", page_json(what.where.feed_counters, feed));
     print_json(root.get());
 }
 
@@ -136,16 +166,18 @@ int run_status(const call &what)
 {
     counters own = read_counters(what.where.counters);
     counters platform = read_counters(what.where.platform_counters);
+    counters feed = read_counters(what.where.feed_counters);
     daemon_state state = state_of(own);
     if (given(what.line, option_json)) {
-        print_as_json(what, state, own, platform);
+        print_as_json(what, state, own, platform, feed);
     } else {
         print_state(state, own);
         if (given(what.line, option_all)) {
             print_page("The daemon", own, daemon_counters);
             print_page("The platform library", platform, platform_counters);
+            print_page("The feed", feed, feed_texts);
         } else if (own.found) {
-            print_summary(what, own, platform);
+            print_summary(what, own, platform, feed);
         }
     }
     return state == daemon_serving || state == daemon_starting ? exit_done : exit_unreachable;

@@ -166,13 +166,20 @@ TEST_F(tool, switches_payments)
 TEST_F(tool, shows_every_counter)
 {
     set("traffic_undecodable", 4);
+    feed_says({{feed_flows, 10}, {feed_flows_by_hello, 6}, {feed_flows_unknown, 2}, {feed_log_lost, 5}});
+    std::string feed = run("status").words;
+    EXPECT_NE(feed.find("10 connections, 75 % told (hello 6, dns 0, dpi 0, address 0), 25 % unknown; 0 messages sent\n"),
+              std::string::npos)
+        << feed;
+    EXPECT_NE(feed.find("not seen  5 packets lost\n"), std::string::npos) << feed;
     std::string json = run("status --json").words, owner = "\"owner\":" + std::to_string(getpid()),
                 table = run("status --all").words;
     for (const std::string &words :
          {"\"state\":\"serving\"" + std::string(), "counters\"," + owner, "platform.counters\"," + owner,
-          std::string("\"traffic_undecodable\":4,"), std::string("\"requests_served\":")})
+          std::string("\"traffic_undecodable\":4,"), std::string("\"requests_served\":"), std::string("\"flows_by_hello\":6,")})
         EXPECT_NE(json.find(words), std::string::npos) << words << json;
-    for (const char *words : {"    4    accounting without all its attributes\n", "never  last push\n", "    0  a_new_one\n"})
+    for (const char *words : {"    4    accounting without all its attributes\n", "never  last push\n", "    0  a_new_one\n",
+                              " 6    told by the name in a TLS"})
         EXPECT_NE(table.find(words), std::string::npos) << words << table;
     pid_t child = fork();
     if (child == 0) {

@@ -27,6 +27,13 @@ std::string complaints(const std::string &json)
     return all;
 }
 
+u32 uptime()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<u32>(now.tv_sec);
+}
+
 TEST_F(tool, finds_out_why_there_is_no_data)
 {
     write_file("wrong.json", "{\"lan_interface\":\"nolan0\",\"state_dir\":\"" + home + "\",\"runtime_dir\":\"" + home + "\"}");
@@ -41,8 +48,8 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         const char *expected; // beside the loopback's lack of neighbours
     } cases[] = {
         {[] {}, "", 4, ""},
-        {[] { set("traffic_messages", 0); }, "", 5, "traffic fault;"},
-        {[] { set("traffic_other", 5); }, "", 5, "traffic fault;"},
+        {[] { set("traffic_messages", 0); }, "", 5, "feed warning;traffic fault;"},
+        {[] { set("traffic_other", 5); }, "", 5, "feed warning;traffic fault;"},
         {[] { set("hits_tracked", 0); }, "", 5, "records fault;"},
         {[] { EXPECT_TRUE(chown((home + "/log").c_str(), 65534, 65534) == 0 || geteuid() != 0); }, "", geteuid() == 0 ? 5 : 4,
          geteuid() == 0 ? "owners fault;" : ""},
@@ -77,6 +84,38 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         EXPECT_EQ(found.erase(neighbours, strlen("neighbours warning;")), one.expected) << got.words;
         EXPECT_EQ(got.code, one.code) << got.words;
     }
+}
+
+TEST_F(tool, finds_out_what_keeps_the_feed_from_telling_apps)
+{
+    const u32 now = uptime(), hour_ago = now - 3600;
+    const struct {
+        std::map<feed_counter, u32> said;
+        u32 heard; // by the daemon
+        const char *expected;
+    } cases[] = {
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_sent, 2}}, 2, ""},
+        {{{feed_started_uptime, now}}, 2, "feed warning;"},
+        {{{feed_started_uptime, hour_ago}}, 2, "feed fault;"},
+        {{{feed_started_uptime, hour_ago}, {feed_packets, 9}}, 2, "feed fault;"},
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_log_lost, 1}, {feed_uses_full, 1}, {feed_lines_skipped, 1}},
+         2,
+         "feed's input warning;feed's tables warning;app rules warning;"},
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_failed, 1}}, 2, "feed's input fault;"},
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_offload_unguarded, 1}}, 2, "offloading fault;"},
+        {{{feed_packets, 9}, {feed_flows, 3}}, 0, "traffic warning;"},
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_sent, 2}}, 0, "traffic fault;"},
+    };
+    for (const auto &one : cases) {
+        SetUp();
+        write_file("log", "a line\n");
+        set("traffic_messages", one.heard), set("hits_tracked", 1), set("pushes", 1);
+        set("last_hit_time", static_cast<u32>(time(nullptr)));
+        feed_says(one.said);
+        std::string words = run("doctor --json --log=$HOME_DIR/log").words, found = complaints(words);
+        EXPECT_EQ(found.substr(found.find(';') + 1), one.expected) << words; // behind the loopback's lack of neighbours
+    }
+    EXPECT_NE(run("doctor").words.find("2 messages, and none arrived"), std::string::npos);
 }
 
 TEST_F(tool, leads_a_new_household_through_the_first_steps)

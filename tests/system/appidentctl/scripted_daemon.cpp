@@ -32,7 +32,7 @@ outcome run(const std::string &arguments, const std::string &variables)
 {
     script.held.lock(), script.held.unlock();
     std::string command = "TZ=UTC " + variables + " " TOOL_COMMAND " --socket=" + home + "/ipc --counters=" + home +
-                          "/counters " + arguments + " 2>&1";
+                          "/counters --feed-counters=" + home + "/feed " + arguments + " 2>&1";
     FILE *pipe = popen(command.c_str(), "r");
     outcome out = {-1, ""};
     for (int c = 0; (c = fgetc(pipe)) != EOF;)
@@ -107,8 +107,18 @@ void set(const char *name, u32 value)
     counter_page_write(page);
 }
 
+void feed_says(const std::map<feed_counter, u32> &said)
+{
+    static const char *const names[] = {FEED_COUNTERS(COUNTER_NAME)};
+    static std::atomic<u32> counts[feed_counter_end];
+    for (u32 i = 0; i < feed_counter_end; i++)
+        counts[i] = said.count(feed_counter(i)) ? said.at(feed_counter(i)) : 0;
+    close(counter_page_create((home + "/feed").c_str(), {names, counts, feed_counter_end, -1}));
+}
+
 void tool::SetUp()
 {
+    std::filesystem::remove(home + "/feed");
     std::lock_guard<std::mutex> lock(script.held);
     script.role = 1;
     script.limits = script.asked = "";

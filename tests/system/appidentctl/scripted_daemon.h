@@ -3,9 +3,11 @@
 #define TESTS_SYSTEM_APPIDENTCTL_SCRIPTED_DAEMON_H
 
 #include "common/counter_page.h"
+#include "feed/feed_counters.h"
 #include "igd/igd_types.h"
 
 #include <gtest/gtest.h>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -32,6 +34,9 @@ extern daemon_script script;
 // The daemon's counters, some of them and one that no release knows.
 extern counter_page page;
 void set(const char *name, u32 value);
+
+// A page of the feed, whose process this one is.
+void feed_says(const std::map<feed_counter, u32> &said);
 
 class tool : public testing::Test {
 protected:
