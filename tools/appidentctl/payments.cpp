@@ -1,4 +1,5 @@
 // payments: shows and stores a device's payment-alert switches.
+#include "platform/linux/client/payment_switches.h"
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/daemon_call.h"
 #include "tools/appidentctl/exit_codes.h"
@@ -13,25 +14,11 @@
 
 namespace {
 
-struct switch_row {
-    const char *key;
-    const char *meaning;
-    u32 appident_payment_notify_st::*field;
-};
-constexpr switch_row switch_rows[] = {
-    {"enable", "payment alerts as a whole", &appident_payment_notify_st::enable},
-    {"weixin", "WeChat Pay", &appident_payment_notify_st::weixin},
-    {"alipay", "Alipay", &appident_payment_notify_st::alipay},
-    {"qqpay", "QQ Pay", &appident_payment_notify_st::qqpay},
-    {"applepay", "Apple Pay", &appident_payment_notify_st::applepay},
-};
-enum set_action : unsigned int { set_as_given = 1, set_all_off = 3 };
-
 appident_payment_notify_st all_switches(const std::string &device, u32 state)
 {
     appident_payment_notify_st switches = {};
     snprintf(switches.mac, sizeof(switches.mac), "%s", device.c_str());
-    for (const switch_row &row : switch_rows)
+    for (const payment_switch &row : payment_switches)
         switches.*row.field = state;
     return switches;
 }
@@ -51,13 +38,13 @@ void print_switches(const call &what, const appident_payment_notify_st &switches
     if (given(what.line, option_json)) {
         json_tree root(cJSON_CreateObject());
         cJSON_AddStringToObject(root.get(), "mac", switches.mac);
-        for (const switch_row &row : switch_rows)
+        for (const payment_switch &row : payment_switches)
             cJSON_AddBoolToObject(root.get(), row.key, switches.*row.field);
         print_json(root.get());
         return;
     }
     text_table table = {{{"SWITCH"}, {"STATE"}, {"MEANING", false, true}}, {}};
-    for (const switch_row &row : switch_rows)
+    for (const payment_switch &row : payment_switches)
         table.rows.push_back({row.key, switches.*row.field ? "on" : "off", row.meaning});
     print_table(table);
 }
@@ -68,8 +55,8 @@ bool read_switches(const char *text, appident_payment_notify_st *switches)
     for (const std::string &piece : split(text, ',')) {
         size_t equals = piece.find('=');
         std::string state = equals == std::string::npos ? "" : piece.substr(equals + 1);
-        const switch_row *found = nullptr;
-        for (const switch_row &row : switch_rows)
+        const payment_switch *found = nullptr;
+        for (const payment_switch &row : payment_switches)
             if (piece.substr(0, equals) == row.key)
                 found = &row;
         bool on = state == "on" || state == "1";
@@ -91,7 +78,7 @@ int store(const call &what, unsigned int action, appident_payment_notify_st want
     appident_payment_notify_st stored = all_switches(wanted.mac, 0);
     code = call_with(what, APPIDENT_GET_PAYMENT_CONFIG, 1, &stored);
     bool same = code == exit_done;
-    for (const switch_row &row : switch_rows)
+    for (const payment_switch &row : payment_switches)
         same = same && stored.*row.field == wanted.*row.field;
     if (code == exit_done)
         print_switches(what, stored);
@@ -117,7 +104,7 @@ int run_payments(const call &what)
     if (set && !read_switches(set, &switches))
         return usage_error(what.line, "--set %s: wants enable, weixin, alipay, qqpay or applepay, each =on or =off", set);
     if (all_off)
-        return store(what, set_all_off, switches);
+        return store(what, switches_all_off, switches);
 
     int code = call_with(what, APPIDENT_GET_PAYMENT_CONFIG, 1, &switches);
     if (code == exit_refused && !set)
@@ -131,5 +118,5 @@ int run_payments(const call &what)
     if (code == exit_refused)
         switches = all_switches(mac, 1);
     read_switches(set, &switches);
-    return store(what, set_as_given, switches);
+    return store(what, switches_as_given, switches);
 }
