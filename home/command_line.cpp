@@ -18,6 +18,9 @@ constexpr option_text texts[] = {
     {"help", nullptr, "show this"},
     {"import", "SPOOL", "take a file of pushes into the database and end"},
     {"json", nullptr, "with --report: JSON for programs"},
+    {"kind", "KIND", "with --password: parent, child or technician"},
+    {"password", "NAME", "set who may log in to the page; asks for the password"},
+    {"person", "NAME", "with --password: whose devices a child sees"},
     {"report", nullptr, "print sessions and the days' sums"},
     {"restore", "FILE", "put a copy in place of the database, after checking it"},
     {"settings", "FILE", "settings, instead of /etc/appident/home.json"},
@@ -51,8 +54,8 @@ bool read_command_line(int argc, char **argv, given_options *given)
 void print_help()
 {
     puts("usage: appident-home [OPTION...]\n\n"
-         "Keeps the history of which applications the household uses. Without --import, --report,\n"
-         "--backup, --restore or --forget it follows the daemon's pushes until it is ended.\n");
+         "Keeps the history of which applications the household uses, and serves the page. Without\n"
+         "--import, --report, --backup, --restore, --forget or --password it follows the daemon's pushes until it is ended.\n");
     for (const option_text &one : texts)
         printf("  --%-9s%-12s%s\n", one.name, one.value ? one.value : "", one.help);
 }

@@ -6,6 +6,7 @@
 #include "platform/linux/client/request_client.h"
 
 #include <algorithm>
+#include <net/if.h>
 #include <string.h>
 
 namespace {
@@ -27,9 +28,10 @@ json_tree ask(const daemon_truth &truth, unsigned int id, const char *text, requ
     return json_tree(*outcome == request_done && answer.text ? parse_json_text(answer.text.get()) : nullptr);
 }
 
-void take_devices(history *of, const cJSON *devices, int64_t time)
+void take_devices(daemon_truth *truth, const cJSON *devices, int64_t time)
 {
     const cJSON *one = nullptr;
+    truth->on_line_since.clear();
     cJSON_ArrayForEach(one, devices) {
         device_news news = {};
         if (!read_mac(one, "mac", &news.mac) || !read_count(one, "role", 255, &news.role))
@@ -41,7 +43,9 @@ void take_devices(history *of, const cJSON *devices, int64_t time)
         news.on_line = cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(one, "on_line"));
         news.private_mac = cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(one, "private_mac"));
         read_count(one, "last_seen", most_time, &news.last_seen);
-        note_news(of, news, news.last_seen ? news.last_seen : time);
+        if (news.on_line)
+            read_count(one, "on_line_since", most_time, &truth->on_line_since[news.mac]);
+        note_news(truth->of, news, news.last_seen ? news.last_seen : time);
     }
 }
 
@@ -90,7 +94,10 @@ void ask_daemon(daemon_truth *truth, int64_t time)
     if (truth->names_known || time / 60 * 60 % again_after == 0) {
         json_tree devices = ask(*truth, request_list_devices, nullptr, &outcome);
         truth->names_known = devices || outcome != request_refused;
-        take_devices(truth->of, cJSON_GetObjectItemCaseSensitive(devices.get(), "devices"), time);
+        const cJSON *lan = cJSON_GetObjectItemCaseSensitive(devices.get(), "lan");
+        if (devices)
+            truth->lan_interface = read_words(lan, "interface", IFNAMSIZ - 1);
+        take_devices(truth, cJSON_GetObjectItemCaseSensitive(devices.get(), "devices"), time);
     }
     std::vector<std::string> macs = devices_to_ask(truth->of, time);
     std::vector<use_now> in_use;

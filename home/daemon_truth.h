@@ -5,13 +5,17 @@
 
 #include "home/joining.h"
 
+#include <map>
+
 struct daemon_truth {
     history *of = nullptr;
-    std::string socket;       // of requests
-    bool answers = false;     // the last request was answered
-    int64_t answered = 0;     // epoch second of the last answer
-    bool names_known = true;  // request 1000 is answered, as far as is known
-    std::vector<use_now> now; // in use as of `answered`; of devices with a role
+    std::string socket;                           // of requests
+    bool answers = false;                         // the last request was answered
+    int64_t answered = 0;                         // epoch second of the last answer
+    bool names_known = true;                      // request 1000 is answered, as far as is known
+    std::vector<use_now> now;                     // in use as of `answered`; of devices with a role
+    std::string lan_interface;                    // as the daemon chose it, "" while that is not known
+    std::map<std::string, int64_t> on_line_since; // by MAC, of those on line; epoch seconds
 };
 
 // Asks now. Waits a third of a second for each answer at most.

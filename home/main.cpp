@@ -1,4 +1,5 @@
 // appident-home: keeps what the daemon pushes, for the household.
+#include "home/account_command.h"
 #include "home/command_line.h"
 #include "home/days.h"
 #include "home/devices.h"
@@ -99,6 +100,13 @@ int run_forget(const home_settings &settings, const char *mac)
     return done ? exit_done : fail(mac, "no such device in the history");
 }
 
+int run_password(const home_settings &settings, const given_options &given)
+{
+    account_wanted wanted = {given[option_password], given[option_kind] ? given[option_kind] : "",
+                             given[option_person] ? given[option_person] : ""};
+    return set_password(settings, wanted) ? exit_done : exit_failed;
+}
+
 int run_server(const home_settings &settings)
 {
     fd_guard lock(lock_database(settings.database));
@@ -137,5 +145,7 @@ int main(int argc, char **argv)
         return run_restore(settings, given[option_restore]);
     if (given[option_forget])
         return run_forget(settings, given[option_forget]);
+    if (given[option_password])
+        return run_password(settings, given);
     return run_server(settings);
 }

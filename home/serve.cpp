@@ -1,6 +1,7 @@
 #include "home/serve.h"
 
 #include "home/upkeep.h"
+#include "home/web_server.h"
 
 #include <algorithm>
 #include <pthread.h>
@@ -108,7 +109,11 @@ bool serve(const home_settings &settings, std::string *why)
                         timer_part(&day),
                         {prepare_hang_up, serve_hang_up, &asked},
                         {prepare_commit, serve_commit, &home}};
+    web_server *web = open_web_server(&home);
+    if (web)
+        home.parts.parts.push_back(web_part(web));
     run_loop(&home.parts, stop.get());
+    close_web_server(web);
     if (home.all.db.damaged) {
         *why = "the database is damaged; the next start sets it aside";
         close_spool_follower(&home.spool);
