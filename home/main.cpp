@@ -15,6 +15,8 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <functional>
+
 namespace {
 
 // Exit codes, as the manual page lists them.
@@ -35,7 +37,9 @@ int say_in_use(const std::string &path)
     return exit_in_use;
 }
 
-int run_import(const home_settings &settings, const char *spool)
+// Changes the history while no other process may. `work` says what went wrong, and about what, in `why`.
+int change_history(const home_settings &settings, const std::function<bool(history *, std::string *why)> &work,
+                   const char *what)
 {
     fd_guard lock(lock_database(settings.database));
     if (lock.get() < 0)
@@ -44,10 +48,19 @@ int run_import(const home_settings &settings, const char *spool)
     std::string why;
     if (!open_history(&all, settings.database, {}, &why))
         return fail(settings.database, why);
-    bool done = import_spool(&all, spool);
-    why = all.db.error != SQLITE_OK ? sqlite3_errstr(all.db.error) : strerror(errno);
+    bool done = work(&all, &why);
     close_history(&all);
-    return done ? exit_done : fail(spool, why);
+    return done ? exit_done : fail(what, why);
+}
+
+int run_import(const home_settings &settings, const char *spool)
+{
+    auto import = [&](history *all, std::string *why) {
+        bool done = import_spool(all, spool);
+        *why = all->db.error != SQLITE_OK ? sqlite3_errstr(all->db.error) : strerror(errno);
+        return done;
+    };
+    return change_history(settings, import, spool);
 }
 
 int run_report(const home_settings &settings, const given_options &given)
@@ -88,16 +101,11 @@ int run_restore(const home_settings &settings, const char *copy)
 
 int run_forget(const home_settings &settings, const char *mac)
 {
-    fd_guard lock(lock_database(settings.database));
-    if (lock.get() < 0)
-        return say_in_use(settings.database);
-    history all;
-    std::string why;
-    if (!open_history(&all, settings.database, {}, &why))
-        return fail(settings.database, why);
-    bool done = forget_device(&all, mac);
-    close_history(&all);
-    return done ? exit_done : fail(mac, "no such device in the history");
+    auto forget = [&](history *all, std::string *why) {
+        *why = "no such device in the history";
+        return forget_device(all, mac);
+    };
+    return change_history(settings, forget, mac);
 }
 
 int run_password(const home_settings &settings, const given_options &given)

@@ -2,23 +2,6 @@
 
 namespace {
 
-session read_session(const statement &row)
-{
-    session one;
-    one.device = row.number(0);
-    one.start = row.number(1);
-    one.app = static_cast<u32>(row.number(2));
-    one.end = row.number(3);
-    one.minutes = row.number(4);
-    one.up = row.number(5);
-    one.down = row.number(6);
-    one.state = static_cast<session_state>(row.number(7));
-    one.heard = row.number(8);
-    one.told = row.number(9);
-    one.stored = true;
-    return one;
-}
-
 alert_row read_alert(const statement &row)
 {
     return {row.number(0), row.number(1), row.number(2), row.number(3), static_cast<u32>(row.number(4)),
@@ -52,19 +35,6 @@ std::vector<known_person> list_persons(database *db)
     statement row(db, "SELECT id,name FROM person ORDER BY name");
     while (row.row())
         all.push_back({row.number(0), row.text(1)});
-    return all;
-}
-
-std::vector<session> sessions_between(database *db, int64_t from, int64_t to, int64_t device)
-{
-    std::vector<session> all;
-    statement rows(
-        db,
-        "SELECT device,start,app,end,minutes,up,down,state,heard,told FROM session WHERE start>?1-?4 AND start<?2 AND "
-        "(?3=0 OR device=?3) AND (end>?1 OR start>=?1) ORDER BY device,start,app",
-        from, to, device, session_longest);
-    while (rows.row())
-        all.push_back(read_session(rows));
     return all;
 }
 

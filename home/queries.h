@@ -33,8 +33,6 @@ struct known_person {
 };
 std::vector<known_person> list_persons(database *db);
 
-// Sessions that touch the time from `from` to before `to`, by device and start.
-std::vector<session> sessions_between(database *db, int64_t from, int64_t to, int64_t device = 0);
 // In use, as far as is known; those in their first minute too.
 std::vector<session> sessions_now(database *db);
 

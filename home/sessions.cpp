@@ -109,6 +109,15 @@ std::vector<session> open_sessions_of(database *db, int64_t device)
     return read_sessions(rows);
 }
 
+std::vector<session> sessions_between(database *db, int64_t from, int64_t to, int64_t device)
+{
+    statement rows(db,
+                   "SELECT " SESSION_COLUMNS " FROM session WHERE start>?1-?4 AND start<?2 AND (?3=0 OR device=?3) AND "
+                   "(end>?1 OR start>=?1) ORDER BY device,start,app",
+                   from, to, device, session_longest);
+    return read_sessions(rows);
+}
+
 int64_t end_before(database *db, int64_t device, int64_t start)
 {
     return number_of(db, 0, "SELECT end FROM session WHERE start<=?2 AND start>?2-?3 AND device=?1 ORDER BY start DESC LIMIT 1",

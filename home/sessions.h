@@ -38,6 +38,8 @@ bool find_session(database *db, int64_t device, int64_t start, u32 app, session 
 std::vector<session> untold_sessions(database *db, int64_t device, u32 app);
 std::vector<session> open_sessions(database *db);
 std::vector<session> open_sessions_of(database *db, int64_t device);
+// Those that touch the time from `from` to before `to`, by device and start; `device` 0: of all.
+std::vector<session> sessions_between(database *db, int64_t from, int64_t to, int64_t device = 0);
 // The end of the device's last session that began before `start`, 0 for none.
 int64_t end_before(database *db, int64_t device, int64_t start);
 

@@ -37,19 +37,23 @@ void take_observed(const observed_device &seen, known_device *out)
     }
 }
 
-// Either may be missing.
-void compose(const unsigned char *mac, const roster_device *written, const observed_device *seen, known_device *out)
+// The device of the lower MAC, from what is written and what was seen of it; each may be missing. False for neither.
+bool compose(const roster_device *written, const observed_device *seen, known_device *out)
 {
+    if (!written && !seen)
+        return false;
+    int order = !written ? 1 : !seen ? -1 : memcmp(written->mac, seen->mac, sizeof(written->mac));
     *out = {};
-    memcpy(out->mac, mac, sizeof(out->mac));
+    memcpy(out->mac, order <= 0 ? written->mac : seen->mac, sizeof(out->mac));
     out->role = settings().default_role;
     out->group = -1;
     out->name_from = name_of_nobody;
-    write_nameless(mac, out->name);
-    if (seen)
+    write_nameless(out->mac, out->name);
+    if (order >= 0)
         take_observed(*seen, out);
-    if (written)
+    if (order <= 0)
         take_written(*written, out);
+    return true;
 }
 
 } // namespace
@@ -65,11 +69,7 @@ bool device_find(const unsigned char *mac, known_device *out)
     mutex_guard held(observed_lock);
     roster_device written;
     bool listed = roster_find(mac, &written);
-    const observed_device *seen = observed_find(mac);
-    if (!listed && !seen)
-        return false;
-    compose(mac, listed ? &written : nullptr, seen, out);
-    return true;
+    return compose(listed ? &written : nullptr, observed_find(mac), out);
 }
 
 bool device_next(const unsigned char *after, known_device *out)
@@ -77,10 +77,5 @@ bool device_next(const unsigned char *after, known_device *out)
     mutex_guard held(observed_lock);
     roster_device written;
     bool listed = roster_next(after, &written);
-    const observed_device *seen = observed_next(after);
-    if (!listed && !seen)
-        return false;
-    int order = !listed ? 1 : !seen ? -1 : memcmp(written.mac, seen->mac, sizeof(written.mac));
-    compose(order <= 0 ? written.mac : seen->mac, order <= 0 ? &written : nullptr, order >= 0 ? seen : nullptr, out);
-    return true;
+    return compose(listed ? &written : nullptr, observed_next(after), out);
 }
