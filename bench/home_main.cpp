@@ -5,6 +5,7 @@
 #include "home/joining.h"
 #include "home/queries.h"
 #include "home/upkeep.h"
+#include "simulator/world/spool_lines.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -20,62 +21,30 @@ namespace {
 constexpr int devices = 10, sessions_a_day = 25, session_minutes_mean = 12;
 constexpr int64_t commit_interval = 300, kept_days = 90;
 
-struct spool_writer {
-    int64_t seq = 0, bytes = 0;
-    std::multimap<int64_t, std::string> lines; // by time
-
-    std::string presence(int device, u32 app, int64_t start, int64_t minutes, const char *status)
-    {
-        char text[300];
-        snprintf(text, sizeof(text),
-                 R"({"endmac":"AA-BB-CC-00-00-%02X","role":"1","appid":"%u","starttime":"%lld","endtime":"0","sumtime":"%lld",)"
-                 R"("status":"%s","folk_id":"-1"})",
-                 static_cast<unsigned int>(device), app, static_cast<long long>(start), static_cast<long long>(minutes),
-                 status);
-        return text;
-    }
-    std::string history_of(int device, u32 app, int64_t minutes)
-    {
-        char text[300];
-        snprintf(text, sizeof(text),
-                 R"({"endmac":"AA-BB-CC-00-00-%02X","alias":"Device %d","appid":"%u","sumtime":"%lld","up_traffic":"123456",)"
-                 R"("down_traffic":"98765432","ruleid":"4011,4012","folk_id":"-1"})",
-                 static_cast<unsigned int>(device), device, app, static_cast<long long>(minutes * 60));
-        return text;
-    }
-    std::string line(int64_t time, int code, const std::string &data)
-    {
-        std::string text = "{\"run\":\"00000000000000aa\",\"seq\":" + std::to_string(++seq) +
-                           ",\"time\":" + std::to_string(time) + ",\"code\":" + std::to_string(code) +
-                           ",\"occur_time\":0,\"data\":" + data + "}";
-        bytes += static_cast<int64_t>(text.size()) + 1;
-        return text;
-    }
-};
-
 struct told_line {
     int code;
     std::string data;
 };
 
 // One day's pushes: "using" of all devices together once a minute.
-std::multimap<int64_t, told_line> day_of_pushes(spool_writer *writer, int64_t midnight)
+std::multimap<int64_t, told_line> day_of_pushes(int64_t midnight)
 {
     std::multimap<int64_t, told_line> told;
     std::map<int64_t, std::string> in_use;
     for (int device = 0; device < devices; ++device) {
+        std::string mac = "AA-BB-CC-00-00-0" + std::to_string(device);
         int64_t start = midnight + 8 * 3600 + rand() % 3600;
         for (int i = 0; i < sessions_a_day; ++i) {
             int64_t minutes = 2 + rand() % (2 * session_minutes_mean - 4);
             u32 app = 1000 + static_cast<u32>(rand()) % 60;
-            told.insert({start, {1023, "[" + writer->presence(device, app, start, 0, "online") + "]"}});
+            told.insert({start, {1023, "[" + presence_entry("online", mac, app, start, 0) + "]"}});
             for (int64_t minute = 1; minute <= minutes + 3; ++minute) {
                 std::string &list = in_use[(start + minute * 60 + 5) / 60 * 60 + 7];
-                list += (list.empty() ? "" : ",") + writer->presence(device, app, start, std::min(minute, minutes), "using");
+                list += (list.empty() ? "" : ",") + presence_entry("using", mac, app, start, std::min(minute, minutes));
             }
             int64_t end = start + minutes * 60 + 230;
-            told.insert({end, {1023, "[" + writer->presence(device, app, start, minutes, "offline") + "]"}});
-            told.insert({end, {1008, writer->history_of(device, app, minutes)}});
+            told.insert({end, {1023, "[" + presence_entry("offline", mac, app, start, minutes) + "]"}});
+            told.insert({end, {1008, history_entry(mac, "Device " + std::to_string(device), app, minutes)}});
             start = end + 10 + rand() % 600;
         }
     }
@@ -113,11 +82,12 @@ int64_t file_size(const std::string &path)
 // Feeds the days, committing as often as the program would, and prints what that took.
 void feed(history *all, int64_t midnight, int days)
 {
-    spool_writer writer;
+    daemon_voice voice;
+    size_t bytes = 0;
     int64_t written = 0, last_day_written = 0, committed = midnight;
     double taken = 0;
     for (int day = 0; day < days; ++day) {
-        std::multimap<int64_t, told_line> told = day_of_pushes(&writer, midnight + day * 86400);
+        std::multimap<int64_t, told_line> told = day_of_pushes(midnight + day * 86400);
         written = number_in("/proc/self/io", "wchar: ");
         double began = seconds();
         for (const auto &one : told) {
@@ -125,8 +95,12 @@ void feed(history *all, int64_t midnight, int days)
                 commit_batch(&all->db);
                 committed = one.first;
             }
-            std::string line = writer.line(one.first, one.second.code, one.second.data);
-            take_line(all, line.c_str(), line.size());
+            voice.time = one.first;
+            voice.say(one.second.code, one.second.data);
+            bytes += voice.text.size();
+            voice.text.pop_back(); // the end of the line
+            take_line(all, voice.text.c_str(), voice.text.size());
+            voice.text.clear();
         }
         drop_old_rows(all, midnight + (day + 1) * 86400, kept_days, 10);
         commit_batch(&all->db);
@@ -134,9 +108,9 @@ void feed(history *all, int64_t midnight, int days)
         last_day_written = number_in("/proc/self/io", "wchar: ") - written;
     }
     printf("lines taken, with commits each %lld s      %.0f a second\n", static_cast<long long>(commit_interval),
-           static_cast<double>(writer.seq) / taken);
+           static_cast<double>(voice.seq) / taken);
     printf("written on the last day                  %.2f MB of a spool of %.2f MB\n",
-           static_cast<double>(last_day_written) / 1e6, static_cast<double>(writer.bytes) / days / 1e6);
+           static_cast<double>(last_day_written) / 1e6, static_cast<double>(bytes) / days / 1e6);
 }
 
 double median_ms(history *all, int64_t midnight)

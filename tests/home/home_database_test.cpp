@@ -9,56 +9,21 @@
 #include "home/upkeep.h"
 #include "tests/home/daemon_voice.h"
 #include "tests/home/power_cut.h"
-
-#include <gtest/gtest.h>
+#include "tests/kit/waiting.h"
 
 #include <sys/stat.h>
 
-#include <fstream>
-#include <iterator>
-
 namespace {
 
-constexpr int64_t evening = 1699990800; // 2023-11-14 19:40 UTC
-
-struct home_database : testing::Test {
-    scratch_directory directory;
-    std::string path = directory.file("home.db");
-    history all;
-    daemon_voice daemon;
-
-    void SetUp() override
-    {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        begin();
-    }
-    void TearDown() override { close_history(&all); }
-    bool begin(const char *vfs = nullptr)
-    {
-        std::string why;
-        all = history();
-        bool done = open_history(&all, path, {vfs, false}, &why);
-        EXPECT_TRUE(done) << why;
-        return done;
-    }
+struct home_database : history_test {
     void play(int sessions)
     {
         int64_t start = evening;
         for (; sessions > 0; --sessions, start = daemon.time + 60)
             daemon.whole_session(tablet, video, start, 10);
-        take_text(&all, daemon.text);
-        daemon.text.clear();
+        take();
     }
-    std::string contents()
-    {
-        std::string text;
-        for (const char *end : {"", "-wal"}) {
-            std::ifstream file(path + end, std::ios::binary);
-            text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-        }
-        return text;
-    }
+    std::string contents() { return text_of(path) + text_of(path + "-wal"); }
 };
 
 TEST_F(home_database, damaged_one_is_set_aside_and_a_new_one_begun)
@@ -72,9 +37,9 @@ TEST_F(home_database, damaged_one_is_set_aside_and_a_new_one_begun)
         ASSERT_TRUE(begin());
         EXPECT_NE(all.db.set_aside, "");
         EXPECT_EQ(access(all.db.set_aside.c_str(), F_OK), 0);
-        EXPECT_EQ(session_minutes(&all), 0);
+        EXPECT_EQ(session_minutes(), 0);
         play(1);
-        EXPECT_EQ(session_minutes(&all), 10);
+        EXPECT_EQ(session_minutes(), 10);
         close_history(&all);
     }
 }
@@ -127,7 +92,7 @@ TEST_F(home_database, backup_and_restore_bring_back_what_was)
     EXPECT_EQ(output_of("sqlite3 " + path + " 'SELECT sum(minutes) FROM session'"), "50\n");
     EXPECT_TRUE(restore_database(path, copy, &why)) << why;
     begin();
-    EXPECT_EQ(session_minutes(&all), 30);
+    EXPECT_EQ(session_minutes(), 30);
     // The spool is read again from where the copy was made; what it holds twice is not taken twice.
     EXPECT_EQ(all.place.run, daemon.run);
 }
@@ -148,7 +113,7 @@ TEST_F(home_database, forgotten_device_leaves_nothing)
     play(3);
     daemon.whole_session(phone, chat, daemon.time + 60, 5);
     daemon.say(1015, std::string("{\"endmac\":\"") + tablet + "\",\"class_type\":\"1\",\"use_time\":\"30\"}");
-    take_text(&all, daemon.text);
+    take();
     add_change(&all, {evening, "mother", "", tablet, "limit", "", "60"});
     commit_batch(&all.db);
     ASSERT_NE(contents().find(tablet), std::string::npos);
@@ -156,9 +121,9 @@ TEST_F(home_database, forgotten_device_leaves_nothing)
     EXPECT_FALSE(forget_device(&all, tablet));
     EXPECT_EQ(contents().find(tablet), std::string::npos);
     EXPECT_EQ(contents().find("Ben's tablet"), contents().rfind("Ben's tablet")) << "only the phone has that name now";
-    EXPECT_EQ(session_minutes(&all), 5);
-    EXPECT_EQ(day_minutes(&all), 5);
-    EXPECT_EQ(value_of(&all, "SELECT count(*) FROM alert"), 0);
+    EXPECT_EQ(session_minutes(), 5);
+    EXPECT_EQ(day_minutes(), 5);
+    EXPECT_EQ(value_of("SELECT count(*) FROM alert"), 0);
 }
 
 TEST_F(home_database, old_sessions_go_and_the_days_sums_stay)
@@ -167,12 +132,12 @@ TEST_F(home_database, old_sessions_go_and_the_days_sums_stay)
     commit_batch(&all.db);
     int64_t day = 86400;
     drop_old_rows(&all, evening + 90 * day, 90, 10);
-    EXPECT_EQ(session_minutes(&all), 30);
+    EXPECT_EQ(session_minutes(), 30);
     drop_old_rows(&all, evening + 92 * day, 90, 10);
-    EXPECT_EQ(session_minutes(&all), 0);
-    EXPECT_EQ(day_minutes(&all), 30);
+    EXPECT_EQ(session_minutes(), 0);
+    EXPECT_EQ(day_minutes(), 30);
     drop_old_rows(&all, evening + 3652 * day, 90, 10);
-    EXPECT_EQ(day_minutes(&all), 0);
+    EXPECT_EQ(day_minutes(), 0);
 }
 
 TEST_F(home_database, power_cut_takes_no_more_than_what_waited_for_its_commit)
@@ -184,25 +149,25 @@ TEST_F(home_database, power_cut_takes_no_more_than_what_waited_for_its_commit)
     for (int cut = 0; cut < 8; ++cut) {
         ASSERT_TRUE(begin(vfs));
         EXPECT_EQ(all.db.set_aside, "");
-        EXPECT_EQ(session_minutes(&all), committed);
-        EXPECT_EQ(value_of(&all, "SELECT count(*)<>1 FROM pragma_integrity_check WHERE integrity_check='ok'"), 0);
+        EXPECT_EQ(session_minutes(), committed);
+        EXPECT_EQ(value_of("SELECT count(*)<>1 FROM pragma_integrity_check WHERE integrity_check='ok'"), 0);
         play(1 + cut);
         daemon.time += 86400;
         if (cut % 3 != 2) {
             ASSERT_TRUE(commit_batch(&all.db));
-            committed = session_minutes(&all);
+            committed = session_minutes();
         }
         if (cut == 4)
             sqlite3_exec(all.db.handle, "PRAGMA wal_checkpoint(PASSIVE)", nullptr, nullptr, nullptr);
         play(2); // waits for its commit
-        cut_power(path);
+        cut_power();
         roll_back(&all.db);
         close_history(&all);
         restore_power(path);
     }
     EXPECT_GT(committed, 0);
     begin();
-    EXPECT_EQ(session_minutes(&all), committed);
+    EXPECT_EQ(session_minutes(), committed);
 }
 
 TEST_F(home_database, full_disk_loses_nothing_that_is_read_again)
@@ -213,8 +178,8 @@ TEST_F(home_database, full_disk_loses_nothing_that_is_read_again)
     play(400);
     EXPECT_FALSE(commit_batch(&all.db));
     reload_history(&all);
-    EXPECT_EQ(session_minutes(&all), 10);
-    EXPECT_EQ(all.place.last, value_of(&all, "SELECT value FROM meta WHERE key='seq'"));
+    EXPECT_EQ(session_minutes(), 10);
+    EXPECT_EQ(all.place.last, value_of("SELECT value FROM meta WHERE key='seq'"));
 }
 
 TEST_F(home_database, settings_out_of_bounds_are_the_defaults)

@@ -4,8 +4,6 @@
 #include "home/spool_follower.h"
 #include "tests/home/daemon_voice.h"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -18,26 +16,19 @@
 
 namespace {
 
-constexpr int64_t evening = 1699990800; // 2023-11-14 19:40 UTC
-
-struct home_spool : testing::Test {
-    scratch_directory directory;
-    history all;
+struct home_spool : history_test {
     spool_follower follower;
-    daemon_voice daemon;
     std::string spool = directory.file("pushes.jsonl");
 
     void SetUp() override
     {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        begin();
+        history_test::SetUp();
+        follow();
     }
     void TearDown() override { stop(); }
-    void begin()
+    void follow()
     {
-        std::string why;
-        ASSERT_TRUE(open_history(&all, directory.file("home.db"), {}, &why)) << why;
+        follower = spool_follower();
         follower.of = &all;
         follower.directory = directory.path;
     }
@@ -45,16 +36,18 @@ struct home_spool : testing::Test {
     {
         close_spool_follower(&follower);
         close_history(&all);
-        all = history();
-        follower = spool_follower();
+    }
+    void begin_again()
+    {
+        stop();
+        begin();
+        follow();
     }
     // As after kill -9: what was not committed is gone.
     void be_killed_and_begin_again()
     {
-        close_spool_follower(&follower);
         roll_back(&all.db);
-        stop();
-        begin();
+        begin_again();
     }
     void read_all()
     {
@@ -83,7 +76,6 @@ struct home_spool : testing::Test {
 
 TEST_F(home_spool, rotations_lose_nothing)
 {
-    daemon.time = evening;
     say_some(5);
     read_all();
     say_some(3);
@@ -108,12 +100,10 @@ TEST_F(home_spool, rotations_lose_nothing)
 
 TEST_F(home_spool, two_rotations_missed_are_a_gap_of_exactly_what_was_lost)
 {
-    daemon.time = evening;
     say_some(5);
     read_all();
     int64_t seen_last = daemon.time;
-    stop();
-    begin();
+    begin_again();
     say_some(2); // lost
     rotate();
     say_some(30); // lost
@@ -146,14 +136,12 @@ TEST_F(home_spool, two_rotations_missed_are_a_gap_of_exactly_what_was_lost)
 TEST_F(home_spool, lines_without_numbers_leave_a_gap_of_unknown_size)
 {
     daemon.numbered = false;
-    daemon.time = evening;
     say_some(5);
     read_all();
     be_killed_and_begin_again(); // nothing was committed: from the start again
     read_all();
     EXPECT_EQ(taken(), 5);
-    stop();
-    begin();
+    begin_again();
     for (int i = 0; i < 3; ++i) {
         rotate();
         say_some(2);
@@ -166,11 +154,9 @@ TEST_F(home_spool, lines_without_numbers_leave_a_gap_of_unknown_size)
 
 TEST_F(home_spool, same_inode_with_other_lines_is_another_file)
 {
-    daemon.time = evening;
     say_some(5);
     read_all();
-    stop();
-    begin();
+    begin_again();
     ASSERT_EQ(truncate(spool.c_str(), 0), 0);
     say_some(9);
     read_all();
@@ -180,7 +166,6 @@ TEST_F(home_spool, same_inode_with_other_lines_is_another_file)
 
 TEST_F(home_spool, line_is_taken_when_it_is_whole)
 {
-    daemon.time = evening;
     say_some(1);
     daemon.presence("online", tablet, chat, evening + 600, 0);
     std::string whole = daemon.text;
@@ -242,7 +227,6 @@ TEST_F(home_spool, hostile_lines_are_counted_by_reason_and_do_no_harm)
         EXPECT_GT(all.counts[one.why], before);
     }
     // A name is a text like any other, however it is meant.
-    daemon.time = evening;
     daemon.say(1022, R"({"endmac":"aa:bb:cc:dd:ee:0f","alias":"<b>\u0007\"' OR 1=1 )"
                      "\xff\xc3\xa4"
                      R"(","role":"1","appid":"5"})");
@@ -251,7 +235,7 @@ TEST_F(home_spool, hostile_lines_are_counted_by_reason_and_do_no_harm)
     EXPECT_EQ(list_devices(&all.db).back().mac, "AA-BB-CC-DD-EE-0F");
     EXPECT_EQ(list_devices(&all.db).back().name, "<b>?\"' OR 1=1 ?\xc3\xa4");
     EXPECT_EQ(all.db.error, SQLITE_OK);
-    EXPECT_EQ(value_of(&all, "SELECT count(*) FROM session"), 0);
+    EXPECT_EQ(value_of("SELECT count(*) FROM session"), 0);
 }
 
 std::string program(const scratch_directory &directory, const std::string &options)

@@ -7,7 +7,7 @@
 // The layer's name for sqlite3_open_v2.
 const char *register_power_cut_vfs();
 // From here on nothing more reaches the files.
-void cut_power(const std::string &path);
+void cut_power();
 // Brings the database's files back to what they held when each was last synced. All connections must be closed.
 void restore_power(const std::string &path);
 
