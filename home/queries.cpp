@@ -8,6 +8,16 @@ alert_row read_alert(const statement &row)
             row.number(5), row.number(6), row.text(7)};
 }
 
+known_device read_device(const statement &row)
+{
+    return {row.number(0),       row.text(1),    row.text(2),   row.text(3), row.is_null(4) ? -1 : row.number(4),
+            row.text(5),         row.number(6),  row.text(7),   row.text(8), row.number(9) != 0,
+            row.number(10) != 0, row.number(11), row.number(12)};
+}
+
+#define DEVICE_ROWS                                                                                                            \
+    "SELECT d.id,mac,d.name,name_from,role,role_from,person,coalesce(p.name,''),address,on_line,private_mac,first_seen,"       \
+    "last_seen FROM device d LEFT JOIN person p ON p.id=person "
 #define ALERT_COLUMNS "id,time,device,kind,app,class,amount,rules"
 
 } // namespace
@@ -15,13 +25,19 @@ alert_row read_alert(const statement &row)
 std::vector<known_device> list_devices(database *db)
 {
     std::vector<known_device> all;
-    statement row(db, "SELECT d.id,mac,d.name,name_from,role,role_from,person,coalesce(p.name,''),address,on_line,private_mac,"
-                      "first_seen,last_seen FROM device d LEFT JOIN person p ON p.id=person ORDER BY d.id");
+    statement row(db, DEVICE_ROWS "ORDER BY d.id");
     while (row.row())
-        all.push_back({row.number(0), row.text(1), row.text(2), row.text(3), row.is_null(4) ? -1 : row.number(4), row.text(5),
-                       row.number(6), row.text(7), row.text(8), row.number(9) != 0, row.number(10) != 0, row.number(11),
-                       row.number(12)});
+        all.push_back(read_device(row));
     return all;
+}
+
+bool find_known_device(database *db, int64_t id, known_device *found)
+{
+    statement row(db, DEVICE_ROWS "WHERE d.id=?", id);
+    if (!row.row())
+        return false;
+    *found = read_device(row);
+    return true;
 }
 
 int64_t find_device(database *db, const std::string &mac)
@@ -69,6 +85,15 @@ std::vector<alert_row> alerts_since(database *db, int64_t since, int64_t most, i
 bool find_alert(database *db, int64_t id, alert_row *found)
 {
     statement row(db, "SELECT " ALERT_COLUMNS " FROM alert WHERE id=?", id);
+    if (!row.row())
+        return false;
+    *found = read_alert(row);
+    return true;
+}
+
+bool find_alert_after(database *db, int64_t id, alert_row *found)
+{
+    statement row(db, "SELECT " ALERT_COLUMNS " FROM alert WHERE id>? ORDER BY id LIMIT 1", id);
     if (!row.row())
         return false;
     *found = read_alert(row);

@@ -24,6 +24,7 @@ struct known_device {
     int64_t first_seen, last_seen;
 };
 std::vector<known_device> list_devices(database *db);
+bool find_known_device(database *db, int64_t id, known_device *found);
 // 0 for a MAC that is not known.
 int64_t find_device(database *db, const std::string &mac);
 
@@ -55,6 +56,8 @@ struct alert_row {
 // Alerts from the time on, the oldest first, `most` of them at most.
 std::vector<alert_row> alerts_since(database *db, int64_t since, int64_t most, int64_t device = 0);
 bool find_alert(database *db, int64_t id, alert_row *found);
+// The one with the next higher row.
+bool find_alert_after(database *db, int64_t id, alert_row *found);
 
 struct gap_row {
     int64_t start, end;

@@ -109,20 +109,23 @@ bool serve(const home_settings &settings, std::string *why)
                         timer_part(&day),
                         {prepare_hang_up, serve_hang_up, &asked},
                         {prepare_commit, serve_commit, &home}};
+    begin_metrics(&home);
+    notices *telling = begin_notices(&home, read_notice_settings(settings.tree.get()));
+    home.parts.parts.push_back(notices_part(telling));
     web_server *web = open_web_server(&home);
     if (web)
         home.parts.parts.push_back(web_part(web));
     run_loop(&home.parts, stop.get());
-    close_web_server(web);
-    if (home.all.db.damaged) {
+    bool damaged = home.all.db.damaged;
+    if (damaged)
         *why = "the database is damaged; the next start sets it aside";
-        close_spool_follower(&home.spool);
-        close_history(&home.all);
-        return false;
-    }
-    while (read_spool(&home.spool)) {
-    }
+    else
+        while (read_spool(&home.spool)) {
+        }
+    // No fact comes any more.
+    close_web_server(web);
+    end_notices(telling);
     close_spool_follower(&home.spool);
     close_history(&home.all);
-    return true;
+    return !damaged;
 }

@@ -6,6 +6,8 @@
 #include "home/daemon_truth.h"
 #include "home/home_settings.h"
 #include "home/loop.h"
+#include "home/metrics.h"
+#include "home/notices.h"
 #include "home/spool_follower.h"
 
 // What every part may use; it outlives them all.
@@ -16,6 +18,8 @@ struct household {
     daemon_truth truth;
     app_names apps;
     bool asked_to_commit = false; // by SIGHUP, and not done yet
+    metrics_state metrics;
+    std::vector<notice_way *> ways; // those that are on
     loop parts;
 };
 
