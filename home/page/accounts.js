@@ -1,0 +1,124 @@
+// Who may log in, for parents; and everybody's own password.
+import { put as send, post, remove } from "./api.js";
+import { h, put, section, name, button, option, tell, ask } from "./dom.js";
+import { home, on, reload, may_change } from "./household.js";
+import { t, error_text } from "./text.js";
+
+const kinds = ["parent", "child", "technician"];
+const field = (words, input) => h("label", { class: "field" }, h("span", { class: "quiet" }, words), input);
+
+async function done(work, words) {
+  try {
+    await work();
+    tell(words);
+    return true;
+  } catch (error) {
+    tell(error_text(error), true);
+    return false;
+  }
+}
+
+async function take_away(account) {
+  if (
+    !(await ask(t("accounts.remove_title", { name: account.name }), t("accounts.remove_text"), t("accounts.remove"), t("cancel")))
+  )
+    return;
+  await done(() => remove(`accounts/${encodeURIComponent(account.name)}`), t("accounts.removed"));
+  await reload(["accounts"]);
+}
+
+const person_name = (account) => {
+  const found = home.persons.find((one) => one.id === account.person || one.name === account.person);
+  return found ? found.name : "";
+};
+
+function row(account) {
+  const own = home.session.account.name === account.name;
+  return h(
+    "li",
+    { class: "account" },
+    h(
+      "div",
+      {},
+      name(account.name, "strong"),
+      " ",
+      h("span", { class: "tag" }, t(`accounts.kind.${account.kind}`)),
+      person_name(account) ? h("span", { class: "quiet" }, " ", name(person_name(account))) : null,
+    ),
+    own ? h("span", { class: "quiet" }, t("accounts.you")) : button(t("accounts.remove"), () => take_away(account), "plain"),
+  );
+}
+
+function new_account() {
+  const called = h("input", { required: true, maxlength: "32", autocomplete: "off" });
+  const password = h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" });
+  const person = h("select", {});
+  const whose = field(t("accounts.person"), person);
+  const kind = h(
+    "select",
+    { change: () => (whose.hidden = kind.value !== "child") },
+    kinds.map((one) => option(one, t(`accounts.kind.${one}`), one === "child")),
+  );
+  const made = h(
+    "form",
+    {
+      async submit(event) {
+        event.preventDefault();
+        const body = { kind: kind.value, password: password.value, person: kind.value === "child" ? person.value : "" };
+        if (!(await done(() => send(`accounts/${encodeURIComponent(called.value.trim())}`, body), t("saved")))) return;
+        made.reset();
+        await reload(["accounts"]);
+      },
+    },
+    h(
+      "div",
+      { class: "fields" },
+      field(t("login.name"), called),
+      field(t("accounts.kind"), kind),
+      whose,
+      field(t("login.password"), password),
+    ),
+    h("p", { class: "quiet" }, t("accounts.kinds_what")),
+    h("button", { class: "primary" }, t("accounts.make")),
+  );
+  const draw = () =>
+    put(
+      person,
+      home.persons.map((one) => option(one.name, one.name, one.name === person.value)),
+    );
+  return { box: h("details", { class: "card" }, h("summary", {}, t("accounts.new")), made), draw };
+}
+
+export function own_password() {
+  const old = h("input", { type: "password", required: true, autocomplete: "current-password" });
+  const fresh = h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" });
+  const made = h(
+    "form",
+    {
+      async submit(event) {
+        event.preventDefault();
+        if (await done(() => post("password", { old: old.value, new: fresh.value }), t("accounts.password_changed"))) made.reset();
+      },
+    },
+    h("input", { value: home.session.account.name, autocomplete: "username", hidden: true }),
+    h("div", { class: "fields" }, field(t("accounts.old_password"), old), field(t("accounts.new_password"), fresh)),
+    h("button", { class: "primary" }, t("accounts.change_password")),
+  );
+  return h("details", { class: "card" }, h("summary", {}, t("accounts.change_password")), made);
+}
+
+export function accounts_section() {
+  const list = h("ul", { class: "account-list" });
+  const more = may_change() ? new_account() : null;
+  on(["accounts", "devices"], () => {
+    put(list, home.accounts.map(row));
+    list.hidden = home.accounts.length === 0;
+    if (more) more.draw();
+  });
+  return section(
+    "accounts",
+    t(may_change() ? "accounts" : "accounts.own"),
+    list,
+    h("div", { class: "stack" }, more && more.box, own_password()),
+  );
+}

@@ -1,0 +1,44 @@
+// What is in use now: a card a device.
+import { h, put, section, name } from "./dom.js";
+import { home, on, watched, class_of } from "./household.js";
+import { t, minutes_text } from "./text.js";
+import { clock_text } from "./time.js";
+
+function in_use(one) {
+  const words = one.minutes < 1 ? t("now.just_begun") : t("now.for", { time: minutes_text(one.minutes) });
+  return h(
+    "p",
+    { class: "using", title: t("now.since", { time: clock_text(one.start) }) },
+    h("span", { class: `dot class-${class_of(one)}`, "aria-hidden": "true" }),
+    h("span", {}, name(one.app_name, "strong"), " ", words),
+  );
+}
+
+function minutes_today(mac) {
+  return home.today_use.filter((row) => row.device === mac).reduce((sum, row) => sum + row.minutes, 0);
+}
+
+function card(device) {
+  const apps = home.now.filter((one) => one.device === device.mac);
+  const idle = device.on_line ? t("now.not_in_use") : t("now.off_line");
+  return h(
+    "li",
+    { class: apps.length ? "card active" : "card" },
+    h("h3", {}, name(device.name), device.person ? name(device.person.name, "small") : null),
+    apps.length ? apps.map(in_use) : h("p", { class: "quiet" }, idle),
+    h("p", { class: "quiet" }, t("now.today", { time: minutes_text(minutes_today(device.mac)) })),
+  );
+}
+
+export function now_section() {
+  const cards = h("ul", { class: "cards" });
+  const empty = h("p", { class: "quiet" });
+  on(["devices", "now", "day", "today"], () => {
+    const used = new Set(home.now.map((one) => one.device));
+    const shown = home.devices.filter((one) => one.role > 0 || used.has(one.mac));
+    put(cards, shown.map(card));
+    cards.hidden = shown.length === 0;
+    put(empty, shown.length ? "" : t(home.devices.length && !watched().length ? "now.none_watched" : "now.no_devices"));
+  });
+  return section("now", t("now"), cards, empty);
+}
