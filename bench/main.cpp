@@ -2,6 +2,7 @@
 //
 // usage: appident_bench [--core N] [--rounds N] [--no-rest]
 // Needs root, for network namespaces and for the scheduling that makes messages queue or wake.
+#include "bench/hit_way.h"
 #include "bench/resting.h"
 #include "bench/ticks.h"
 #include "bench/turns.h"
@@ -145,6 +146,29 @@ void measure_at_rest()
     }
 }
 
+void print_hit_way(const char *name, const hit_way &way, double goal)
+{
+    printf("%-9s %16.0f %9.2f %9.2f", name, way.neighbours, way.median_ms, way.p99_ms);
+    print_goal(goal);
+    printf(" %13.0f\n", way.resident_kb);
+    if (way.untold > 0)
+        printf("! of these hits %u were not told\n", way.untold);
+}
+
+void measure_whole_way()
+{
+    constexpr u32 devices = 32;
+    constexpr double goal_ms = 20;
+    hit_way_report report = wait_for<hit_way_report>(run_apart([] {
+        make_world(devices, DAEMON_PATH);
+        return measure_hit_way(devices, DAEMON_PATH);
+    }));
+    printf("\nFrom the kernel's message to the push, through the real daemon with %u devices\n", devices);
+    printf("          neighbours a s.  p50 in ms p99 in ms  goal   resident KB\n");
+    print_hit_way("quiet", report.quiet, 0);
+    print_hit_way("churning", report.churning, goal_ms);
+}
+
 } // namespace
 
 int main(int, char **argv)
@@ -162,6 +186,7 @@ int main(int, char **argv)
         return 1;
     }
     measure_busy(given);
+    measure_whole_way();
     if (given.rest)
         measure_at_rest();
     return 0;

@@ -12,17 +12,6 @@ namespace {
 
 constexpr u32 update_group = 2;
 
-double resident_kb(pid_t process)
-{
-    std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    for (std::string word; status >> word;) {
-        double value;
-        if (word == "VmRSS:" && status >> value)
-            return value;
-    }
-    return 0;
-}
-
 // Of all its threads.
 double processor_seconds(pid_t process)
 {
@@ -37,15 +26,31 @@ double processor_seconds(pid_t process)
 
 } // namespace
 
-resting_report measure_rest(u32 devices, const std::string &daemon_path, unsigned seconds)
+double resident_kb(pid_t process)
 {
-    pid_t daemon = start_daemon(daemon_path);
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string word; status >> word;) {
+        double value;
+        if (word == "VmRSS:" && status >> value)
+            return value;
+    }
+    return 0;
+}
+
+pid_t start_serving_daemon(const std::string &path)
+{
+    pid_t daemon = start_daemon(path);
     for (int i = 0; i < 600 && !daemon_serves(); i++)
         usleep(100000);
-    if (!daemon_serves()) {
-        fprintf(stderr, "the daemon does not serve\n");
-        _exit(1);
-    }
+    if (daemon_serves())
+        return daemon;
+    fprintf(stderr, "the daemon does not serve\n");
+    _exit(1);
+}
+
+resting_report measure_rest(u32 devices, const std::string &daemon_path, unsigned seconds)
+{
+    pid_t daemon = start_serving_daemon(daemon_path);
     resting_report report = {devices, resident_kb(daemon), 0, 0};
     double before = processor_seconds(daemon);
     sleep(seconds);

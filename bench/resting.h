@@ -5,6 +5,7 @@
 #include "igd/igd_types.h"
 
 #include <string>
+#include <sys/types.h>
 
 struct resting_report {
     u32 devices;
@@ -12,6 +13,10 @@ struct resting_report {
     double full_kb;      // resident with all apps of all devices in use
     double idle_seconds; // processor time of an hour without traffic
 };
+
+// Waits until it serves; exits where it does not.
+pid_t start_serving_daemon(const std::string &path);
+double resident_kb(pid_t process);
 
 // In the world of that many devices; takes about 22 seconds and the given time of rest.
 resting_report measure_rest(u32 devices, const std::string &daemon_path, unsigned seconds);

@@ -23,11 +23,6 @@ void check(bool done, const char *what)
     _exit(1);
 }
 
-std::string address_of(u32 device)
-{
-    return "10.77." + std::to_string(1 + device / 200) + "." + std::to_string(1 + device % 200);
-}
-
 std::string mac_of(u32 device)
 {
     char text[32];
@@ -53,6 +48,11 @@ void write_limits(const std::string &mac)
 }
 
 } // namespace
+
+std::string address_of(u32 device)
+{
+    return "10.77." + std::to_string(1 + device / 200) + "." + std::to_string(1 + device % 200);
+}
 
 void make_world(u32 devices, const std::string &daemon_path)
 {

@@ -14,6 +14,8 @@ constexpr u32 first_app = 1000;  // 300 to 303 are payments
 // neighbour entry and limits in all five classes. Exits after saying on standard error what is missing.
 void make_world(u32 devices, const std::string &daemon_path);
 
+std::string address_of(u32 device);
+
 // Netlink bytes of one accounting message.
 using message = std::vector<unsigned char>;
 enum hit_kind { continuing, starting };

@@ -129,6 +129,22 @@ addr_ptr parse_address(const std::string &text, int family)
     return addr_ptr(address);
 }
 
+bool add_neighbour(nl_sock *route, const std::string &ip, std::string mac, int state)
+{
+    if (!route)
+        return complain("the routing socket", "cannot be opened");
+    for (char &mark : mac)
+        mark = mark == '-' ? ':' : mark;
+    addr_ptr address = parse_address(ip, AF_INET), hardware = parse_address(mac, AF_LLC);
+    neigh_ptr neighbour(rtnl_neigh_alloc());
+    rtnl_neigh_set_ifindex(neighbour.get(), static_cast<int>(if_nametoindex(lan_interface_name)));
+    rtnl_neigh_set_dst(neighbour.get(), address.get());
+    rtnl_neigh_set_lladdr(neighbour.get(), hardware.get());
+    rtnl_neigh_set_state(neighbour.get(), state);
+    int result = rtnl_neigh_add(route, neighbour.get(), NLM_F_CREATE | NLM_F_REPLACE);
+    return result >= 0 || complain(ip.c_str(), nl_geterror(result));
+}
+
 // The first two components of a path below /tmp, the whole of which a mount over /tmp would hide.
 std::string top_below_tmp(const std::string &path)
 {
@@ -209,23 +225,16 @@ bool make_lan(const std::string &address)
     return true;
 }
 
+bool meet_neighbour(const std::string &ip, const std::string &mac)
+{
+    return add_neighbour(route_socket().get(), ip, mac, NUD_REACHABLE);
+}
+
 bool settle_neighbours(const std::vector<device_entry> &devices)
 {
     socket_ptr route = route_socket();
-    if (!route)
-        return complain("the routing socket", "cannot be opened");
-    for (const device_entry &device : devices) {
-        std::string mac = device.mac;
-        for (char &mark : mac)
-            mark = mark == '-' ? ':' : mark;
-        addr_ptr address = parse_address(device.ip, AF_INET), hardware = parse_address(mac, AF_LLC);
-        neigh_ptr neighbour(rtnl_neigh_alloc());
-        rtnl_neigh_set_ifindex(neighbour.get(), static_cast<int>(if_nametoindex(lan_interface_name)));
-        rtnl_neigh_set_dst(neighbour.get(), address.get());
-        rtnl_neigh_set_lladdr(neighbour.get(), hardware.get());
-        rtnl_neigh_set_state(neighbour.get(), NUD_PERMANENT);
-        if (int result = rtnl_neigh_add(route.get(), neighbour.get(), NLM_F_CREATE | NLM_F_REPLACE); result < 0)
-            return complain(device.name.c_str(), nl_geterror(result));
-    }
+    for (const device_entry &device : devices)
+        if (!add_neighbour(route.get(), device.ip, device.mac, NUD_PERMANENT))
+            return false;
     return true;
 }

@@ -21,6 +21,8 @@ std::string enter_private_network(char **argv, const std::vector<std::string> &w
 bool make_private_tmp(const std::vector<std::string> &needed_paths);
 // br-lan, up, with the address (such as "192.168.77.1/24"), and the loopback interface.
 bool make_lan(const std::string &address);
+// A neighbour that the kernel has just heard of.
+bool meet_neighbour(const std::string &ip, const std::string &mac);
 // A permanent neighbour entry for each device.
 bool settle_neighbours(const std::vector<device_entry> &devices);
 

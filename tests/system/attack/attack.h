@@ -5,6 +5,7 @@
 
 #include "igd/igd_types.h"
 #include "simulator/world/devices_and_apps.h"
+#include "tests/kit/waiting.h"
 
 #include <functional>
 #include <string>
@@ -34,9 +35,6 @@ pid_t start_nobody(const std::function<void()> &act);
 
 // Whether the daemon itself, and nobody else, answers a request within ten seconds.
 bool daemon_answers();
-// Whether it becomes true within ten seconds.
-bool comes_true(const std::function<bool()> &holds);
-std::string text_of(const std::string &path);
 
 attack_row race_for_the_socket();
 attack_row plant_before_the_start();
@@ -44,8 +42,6 @@ attack_row replace_at_run_time();
 attack_row start_once_more();
 attack_row flood_the_channel();
 attack_row send_many_limits();
-attack_row kill_while_saving();
 attack_row leave_hostile_files();
-attack_row complete_a_hostile_roster();
 
 #endif

@@ -9,15 +9,12 @@
 #include "platform/linux/client/request_client.h"
 
 #include <chrono>
-#include <fstream>
 #include <glob.h>
-#include <iterator>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 const std::vector<device_entry> &household_devices()
@@ -72,33 +69,16 @@ pid_t start_nobody(const std::function<void()> &act)
         act();
 }
 
-bool comes_true(const std::function<bool()> &holds)
-{
-    // What has been seen once counts: a second look may come when it is gone again.
-    for (int i = 0; i < 1000; i++, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-        if (holds())
-            return true;
-    }
-    return false;
-}
-
 bool daemon_answers()
 {
     client_request question = {APPIDENT_GET_CUR_DEVICE_APP, household_devices()[0].mac.c_str(), nullptr, nullptr, 0};
-    return comes_true([&] { return call_daemon(request_socket_path, 10000, question, nullptr) == request_done; });
-}
-
-std::string text_of(const std::string &path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return comes_true(10, [&] { return call_daemon(request_socket_path, 10000, question, nullptr) == request_done; });
 }
 
 static bool prepare(char **argv)
 {
-    return make_private_tmp({argv[0], DAEMON_PATH, SOURCE_DIR}) && make_lan("192.168.77.1/24") &&
-           settle_neighbours(household_devices()) && write_settings() && write_roster(household_devices()) &&
-           write_catalogue({}, now_by_the_clock());
+    return make_private_tmp({argv[0], DAEMON_PATH}) && make_lan("192.168.77.1/24") && settle_neighbours(household_devices()) &&
+           write_settings() && write_roster(household_devices()) && write_catalogue({}, now_by_the_clock());
 }
 
 int main(int argc, char **argv)
@@ -115,7 +95,7 @@ int main(int argc, char **argv)
         attack_row (*play)();
     } attacks[] = {{"race", race_for_the_socket}, {"plant", plant_before_the_start}, {"replace", replace_at_run_time},
                    {"second", start_once_more},   {"flood", flood_the_channel},      {"limits", send_many_limits},
-                   {"kill", kill_while_saving},   {"files", leave_hostile_files},    {"completion", complete_a_hostile_roster}};
+                   {"files", leave_hostile_files}};
     std::vector<attack_row> table;
     for (const auto &one : attacks) {
         if (argc > 1 && strcmp(argv[1], one.name) != 0)
