@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <sched.h>
+#include <string.h>
 #include <thread>
 
 namespace {
@@ -48,10 +49,13 @@ struct nothing_lost : testing::Test {
         ASSERT_TRUE(comes_true([&] { return counted(counter_hits_tracked) == tracked; }));
         lost = counted(counter_traffic_lost);
     }
-    void send(u32 mark = 0) const
+    // `type`: 0 for an accounting message's own.
+    void send(u32 mark = 0, uint16_t type = 0) const
     {
         std::vector<unsigned char> message =
             accounting_message({application_word(app), mark | 7, 3, phone.ip, "203.0.113.9", bytes_up, 1});
+        if (type != 0)
+            memcpy(&message[offsetof(nlmsghdr, nlmsg_type)], &type, sizeof(type));
         ASSERT_TRUE(multicast(sender, group_update, message.data(), message.size()));
     }
     // The loop cannot go on while somebody else holds the lock.
@@ -86,6 +90,23 @@ TEST_F(nothing_lost, a_second_without_the_loop)
     EXPECT_TRUE(comes_true([&] { return counted(counter_hits_tracked) - tracked >= 10000; }));
     EXPECT_EQ(counted(counter_hits_tracked) - tracked, 10000u);
     EXPECT_EQ(bytes_of_the_app() - before, 10000u * bytes_up);
+    EXPECT_EQ(counted(counter_traffic_lost), lost);
+}
+
+// More of them than the buffer holds, and they take nobody's place.
+TEST_F(nothing_lost, what_is_no_accounting_message_does_not_reach_the_loop)
+{
+    u32 messages = counted(counter_traffic_messages);
+    {
+        mutex_guard held(device_apps_mtx);
+        for (int type : {0x100, 0x101, 0x102, 0x10C, 0x0B01})
+            for (int i = 0; i < 8000; i++)
+                send(0, static_cast<uint16_t>(type));
+        send(0, 0x20B); // another subsystem's, by its low byte as good as ours
+        send();
+    }
+    EXPECT_TRUE(comes_true([&] { return counted(counter_hits_tracked) == tracked + 2; }));
+    EXPECT_EQ(counted(counter_traffic_messages), messages + 2);
     EXPECT_EQ(counted(counter_traffic_lost), lost);
 }
 

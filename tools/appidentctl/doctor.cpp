@@ -171,12 +171,11 @@ finding check_traffic(const evidence &seen)
                    ? finding{warning, "the feed has not found an app in use yet", "use one; it is told within a minute"}
                    : finding{fault, "the feed sent " + number(seen[feed_messages_sent]) + " messages, and none arrived",
                              "wait a minute where the daemon was just started; else restart both"};
-    if (seen[counter_traffic_messages] == 0)
-        return {fault, "no message from the kernel", engine};
     if (accounting_messages(seen) == 0)
-        return {fault, "none of " + number(seen[counter_traffic_messages]) + " messages tells of an app", engine};
-    return {fine,
-            number(accounting_messages(seen)) + " accounting messages, " + number(seen[counter_traffic_other]) + " others", ""};
+        return {fault,
+                "no accounting message since the start, " + span_text(seconds_since(seen[counter_started_uptime])) + " ago",
+                engine};
+    return {fine, number(accounting_messages(seen)) + " accounting messages", ""};
 }
 
 finding check_decoding(const evidence &seen)
@@ -206,7 +205,7 @@ finding check_lost(const evidence &seen)
 finding check_records(const evidence &seen)
 {
     if (seen[counter_hits_tracked] == 0)
-        return {seen[counter_traffic_messages] ? fault : warning, "nothing recorded yet",
+        return {accounting_messages(seen) ? fault : warning, "nothing recorded yet",
                 "see the lines above; " + number(seen[counter_hits_foreign]) + " hits were of no app of ours"};
     time_t age = std::max<time_t>(seen.now - static_cast<time_t>(seen[counter_last_hit_time]), 0);
     std::string text = number(seen[counter_hits_tracked]) + " hits recorded, the last " + span_text(age) + " ago";
