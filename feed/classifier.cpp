@@ -88,6 +88,20 @@ void classifier::learn_link(const ip_packet &ip, const packet &from, direction w
         devices.learn_mac(device_for(ip.destination, from.time_us), mac_of(from.to_mac));
 }
 
+bool classifier::lacks_neighbours()
+{
+    return std::any_of(devices.all.begin(), devices.all.end(),
+                       [&](const feed_device &one) { return devices.is_unjoined(one); });
+}
+
+void classifier::learn_neighbour(const ip_address &address, const mac_address &mac, uint64_t time_us)
+{
+    bool is_wanted = std::any_of(devices.all.begin(), devices.all.end(),
+                                 [&](const feed_device &one) { return one.mac == mac && devices.is_unjoined(one); });
+    if (is_wanted && contains(options.lan, address))
+        devices.learn_mac(device_for(address, time_us), mac);
+}
+
 feed_device *classifier::device_for(const ip_address &address, uint64_t time_us)
 {
     feed_device *device = devices.get(address);

@@ -38,6 +38,9 @@ public:
     uint64_t interval_end() const { return interval_begin + interval_us; }
     // Connection tracking has told all connections that it knows. One that it did not tell twice is over.
     void end_count(uint64_t time_us);
+    // Some device's IPv4 address is not known: learn_neighbour() may tell it, by the link address.
+    bool lacks_neighbours();
+    void learn_neighbour(const ip_address &address, const mac_address &mac, uint64_t time_us);
     // The time goes on without packets.
     void advance(uint64_t time_us);
     // Every open connection is decided and reported, and forgotten; the interval runs on.

@@ -49,7 +49,7 @@ void count(const conntrack_entry &entry, const source_run &run, bool are_old, ui
 
 bool conntrack_counters::open()
 {
-    return socket.open(longest_answer_seconds);
+    return socket.open(NETLINK_NETFILTER, longest_answer_seconds);
 }
 
 bool conntrack_counters::read(const source_run &run, bool are_old, uint64_t now_us)

@@ -2,7 +2,7 @@
 #ifndef FEED_CONNTRACK_COUNTERS_H
 #define FEED_CONNTRACK_COUNTERS_H
 
-#include "feed/netfilter_socket.h"
+#include "feed/netlink_socket.h"
 #include "feed/source.h"
 
 class conntrack_counters {
@@ -15,7 +15,7 @@ public:
     bool read(const source_run &run, bool are_old, uint64_t now_us);
 
 private:
-    netfilter_socket socket;
+    netlink_socket socket;
 };
 
 #endif

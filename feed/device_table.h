@@ -45,6 +45,9 @@ public:
     // The device with an IPv4 address that has this link address; null when there is none.
     feed_device *by_link(const mac_address &mac);
 
+    // An IPv6 address of which only the link address is known.
+    bool is_unjoined(const feed_device &device) { return device.address.family == 6 && device.has_mac && !by_link(device.mac); }
+
     // Stable while a device is known.
     std::deque<feed_device> all;
 

@@ -1,6 +1,7 @@
 // The packets that pass an interface: for a bridge, or a port that mirrors one, where no rule of netfilter sees the traffic.
 #include "feed/link_layer.h"
 #include "feed/packet_ring.h"
+#include "feed/rights.h"
 #include "feed/ring_block.h"
 #include "feed/source.h"
 #include "feed/wall_clock.h"
@@ -81,6 +82,7 @@ int run_interface_source(const std::string &name, const source_run &run)
         fprintf(stderr, "appident-feed: %s: %s\n", name.c_str(), strerror(errno));
         return feed_no_input;
     }
+    give_up_rights(!run.options.dry);
     uint64_t looked = wall_us(), refreshed = looked;
     run.classify.advance(looked);
     while (!run.stop) {

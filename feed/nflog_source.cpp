@@ -1,8 +1,10 @@
 // The traffic that this router forwards, as its kernel sees it: the first packets of connections and the answers of name
 // servers are logged by rules of our own, and the bytes of connections are those that connection tracking counts.
 #include "feed/conntrack_counters.h"
+#include "feed/neighbours.h"
 #include "feed/nflog_message.h"
 #include "feed/nflog_rules.h"
+#include "feed/rights.h"
 #include "feed/ruleset_look.h"
 #include "feed/wall_clock.h"
 
@@ -31,14 +33,14 @@ constexpr uint64_t dump_lead_us = 300000;
 constexpr int most_datagrams_at_once = 64;
 
 struct packet_log {
-    netfilter_socket socket;
+    netlink_socket socket;
     bool has_sequence = false;
     uint32_t next_sequence = 0;
 };
 
 bool open_log(packet_log *log)
 {
-    if (!log->socket.open(0)) {
+    if (!log->socket.open(NETLINK_NETFILTER, 0)) {
         fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
         return false;
     }
@@ -88,7 +90,7 @@ void take_packets(packet_log *log, const source_run &run)
 }
 
 // Whoever loads a firewall anew may flush all tables, this one too.
-void tend_rules(netfilter_socket *socket, const source_run &run)
+void tend_rules(netlink_socket *socket, const source_run &run)
 {
     ruleset_look seen;
     if (!look_at_rules(socket, &seen))
@@ -101,19 +103,28 @@ void tend_rules(netfilter_socket *socket, const source_run &run)
     run.counts[feed_offload_unguarded] = seen.offload_unguarded;
 }
 
+// Of a device that talks to outside over IPv6 only, the log shows no IPv4 address.
+void find_ipv4_addresses(classifier *classify, uint64_t now)
+{
+    if (classify->lacks_neighbours())
+        read_ipv4_neighbours(
+            [&](const ip_address &address, const mac_address &mac) { classify->learn_neighbour(address, mac, now); });
+}
+
 } // namespace
 
 int run_nflog_source(const std::string &, const source_run &run)
 {
     packet_log log;
     conntrack_counters counters;
-    netfilter_socket rules;
+    netlink_socket rules;
     if (!open_log(&log))
         return feed_failed;
-    if (!counters.open() || !rules.open(longest_answer_seconds)) {
+    if (!counters.open() || !rules.open(NETLINK_NETFILTER, longest_answer_seconds)) {
         fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
         return feed_failed;
     }
+    give_up_rights(true);
     uint64_t refreshed = wall_us();
     run.classify.advance(refreshed);
     // What connections moved before the rules are there is no use that was seen.
@@ -130,6 +141,7 @@ int run_nflog_source(const std::string &, const source_run &run)
         if (now + dump_lead_us >= run.classify.interval_end() && counted != run.classify.interval_end()) {
             counted = run.classify.interval_end();
             uint64_t in_time = std::min(now, counted - 1);
+            find_ipv4_addresses(&run.classify, in_time);
             if (counters.read(run, false, in_time))
                 run.classify.end_count(in_time);
             now = wall_us();
@@ -143,6 +155,7 @@ int run_nflog_source(const std::string &, const source_run &run)
     }
     remove_log_rules();
     take_packets(&log, run);
+    find_ipv4_addresses(&run.classify, wall_us());
     counters.read(run, false, wall_us());
     run.classify.finish();
     return feed_done;

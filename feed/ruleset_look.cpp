@@ -149,7 +149,7 @@ void take_rule(const nlmsghdr *message, ruleset_look *out)
         out->guarded_chain = chain;
 }
 
-bool look_at_rules(netfilter_socket *socket, ruleset_look *out)
+bool look_at_rules(netlink_socket *socket, ruleset_look *out)
 {
     *out = {};
     nl_msg_ptr request = netfilter_request(NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_GETRULE, NLM_F_REQUEST | NLM_F_DUMP, 0, 0);

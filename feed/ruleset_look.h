@@ -6,7 +6,7 @@
 #ifndef FEED_RULESET_LOOK_H
 #define FEED_RULESET_LOOK_H
 
-#include "feed/netfilter_socket.h"
+#include "feed/netlink_socket.h"
 
 #include <string>
 
@@ -17,7 +17,7 @@ struct ruleset_look {
 };
 
 // Asks the kernel for all rules. False when it does not tell, or the rules changed meanwhile.
-bool look_at_rules(netfilter_socket *socket, ruleset_look *out);
+bool look_at_rules(netlink_socket *socket, ruleset_look *out);
 // One rule, in the order in which the kernel tells them; other messages are passed over.
 void take_rule(const nlmsghdr *message, ruleset_look *out);
 

@@ -3,7 +3,7 @@
 #include "feed/client_hello.h"
 #include "feed/conntrack_entry.h"
 #include "feed/link_layer.h"
-#include "feed/netfilter_socket.h"
+#include "feed/netlink_socket.h"
 #include "feed/nflog_message.h"
 #include "feed/ring_block.h"
 #include "fuzz/targets.h"

@@ -2,7 +2,7 @@
 #include "feed/conntrack_entry.h"
 #include "feed/link_layer.h"
 #include "feed/message_sender.h"
-#include "feed/netfilter_socket.h"
+#include "feed/netlink_socket.h"
 #include "feed/nflog_message.h"
 #include "feed/packet_ring.h"
 #include "feed/ring_block.h"
@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/netfilter/nfnetlink_log.h>
@@ -26,11 +25,8 @@
 #include <netpacket/packet.h>
 #include <poll.h>
 #include <sched.h>
-#include <signal.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -146,55 +142,6 @@ TEST_F(feed_sender, keeps_to_itself_what_the_daemon_must_not_be_told)
     read_address("2001:db8::20", &v6.device);
     EXPECT_EQ(sender.send(v6), send_outcome::not_told);
     EXPECT_TRUE(heard(daemon.get(), 0).empty());
-}
-
-// A watcher of connections ends at a message that it does not know.
-TEST_F(feed_sender, leaves_who_watches_connections_alone)
-{
-    if (system("command -v conntrack >/dev/null && command -v nft >/dev/null") != 0)
-        GTEST_SKIP() << "NOT TESTED HERE, conntrack -E beside the feed: no conntrack or no nft here";
-    auto makes_events = [](uint16_t port) {
-        fd_guard out{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(port);
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        sendto(out.get(), "x", 1, 0, reinterpret_cast<sockaddr *>(&to), sizeof(to));
-    };
-    ASSERT_EQ(
-        system("nft 'add table t; add chain t c { type filter hook output priority 0; }; add rule t c ct state new accept'"),
-        0);
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    fd_guard events{ends[0]};
-    pid_t watcher = fork();
-    if (watcher == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        dup2(ends[1], STDOUT_FILENO);
-        execlp("conntrack", "conntrack", "-E", nullptr);
-        _exit(127);
-    }
-    close(ends[1]);
-    auto sees = [&](uint16_t port) {
-        std::string all;
-        for (int i = 0; i < 200; i++) {
-            makes_events(port);
-            pollfd ready{events.get(), POLLIN, 0};
-            char text[4096];
-            ssize_t size = poll(&ready, 1, 100) == 1 ? read(ready.fd, text, sizeof(text)) : 0;
-            all.append(text, size > 0 ? static_cast<size_t>(size) : 0);
-            if (all.find("dport=" + std::to_string(port)) != std::string::npos)
-                return true;
-        }
-        return false;
-    };
-    EXPECT_TRUE(sees(9001));
-    for (int i = 0; i < 10; i++)
-        EXPECT_EQ(sender.send(film()), send_outcome::sent);
-    EXPECT_TRUE(sees(9002));
-    EXPECT_EQ(waitpid(watcher, nullptr, WNOHANG), 0);
-    kill(watcher, SIGKILL);
-    waitpid(watcher, nullptr, 0);
 }
 
 namespace {
@@ -368,9 +315,9 @@ TEST(feed_netfilter, sees_the_rules_of_the_kernel)
 {
     if (!why_not.empty() || system("command -v nft >/dev/null") != 0)
         GTEST_SKIP() << "NOT TESTED HERE, nft rules: no network of our own, or no nft";
-    netfilter_socket socket;
+    netlink_socket socket;
     ruleset_look seen;
-    ASSERT_TRUE(socket.open(milliseconds_for_an_answer / 1000));
+    ASSERT_TRUE(socket.open(NETLINK_NETFILTER, milliseconds_for_an_answer / 1000));
     ASSERT_TRUE(look_at_rules(&socket, &seen));
     EXPECT_FALSE(seen.has_own_rules);
     ASSERT_EQ(system("nft 'table inet appident_feed { chain forward { ct packets 1-12 accept; }; }'"), 0);

@@ -1,6 +1,6 @@
-// Netfilter's netlink for the live source: a socket, requests that the kernel confirms, and whole datagrams back.
-#ifndef FEED_NETFILTER_SOCKET_H
-#define FEED_NETFILTER_SOCKET_H
+// Netlink for the live sources: a socket, requests that the kernel confirms, and whole datagrams back.
+#ifndef FEED_NETLINK_SOCKET_H
+#define FEED_NETLINK_SOCKET_H
 
 #include "feed/message_sender.h"
 
@@ -8,13 +8,15 @@
 
 struct nlmsghdr;
 
-// A request of this type (subsystem and message), for this family, with res_id (host order); null when memory lacks.
+// A request to netfilter of this type (subsystem and message), for this family, with res_id (host order); null when memory
+// lacks.
 nl_msg_ptr netfilter_request(int type, int flags, uint8_t family, uint16_t res_id);
 
-class netfilter_socket {
+class netlink_socket {
 public:
-    // Reads wait for `receive_seconds` at most; 0: they never wait. False, with errno.
-    bool open(int receive_seconds);
+    // `protocol`: NETLINK_NETFILTER or another. Reads wait for `receive_seconds` at most; 0: they never wait. False, with
+    // errno.
+    bool open(int protocol, int receive_seconds);
     // Sends it and waits for the kernel's word on it: 0, or a negative error of libnl.
     int ask(nl_msg_ptr request);
     // Sends it and waits for nothing. False when it was not sent; `sequence` is what the answers will carry.

@@ -1,4 +1,4 @@
-#include "feed/netfilter_socket.h"
+#include "feed/netlink_socket.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -27,11 +27,11 @@ nl_msg_ptr netfilter_request(int type, int flags, uint8_t family, uint16_t res_i
     return message;
 }
 
-bool netfilter_socket::open(int receive_seconds)
+bool netlink_socket::open(int protocol, int receive_seconds)
 {
     socket.reset(nl_socket_alloc());
     errno = 0;
-    if (!socket || nl_connect(socket.get(), NETLINK_NETFILTER) < 0) {
+    if (!socket || nl_connect(socket.get(), protocol) < 0) {
         errno = errno ? errno : ENOMEM;
         return false;
     }
@@ -44,23 +44,23 @@ bool netfilter_socket::open(int receive_seconds)
     return receive_seconds > 0 || nl_socket_set_nonblocking(socket.get()) == 0;
 }
 
-void netfilter_socket::enlarge_buffer(int bytes)
+void netlink_socket::enlarge_buffer(int bytes)
 {
     if (setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0)
         setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
 }
 
-int netfilter_socket::descriptor() const
+int netlink_socket::descriptor() const
 {
     return nl_socket_get_fd(socket.get());
 }
 
-int netfilter_socket::ask(nl_msg_ptr request)
+int netlink_socket::ask(nl_msg_ptr request)
 {
     return request ? nl_send_sync(socket.get(), request.release()) : -NLE_NOMEM;
 }
 
-bool netfilter_socket::tell(nl_msg *request, uint32_t *sequence)
+bool netlink_socket::tell(nl_msg *request, uint32_t *sequence)
 {
     if (!request)
         return false;
@@ -70,7 +70,7 @@ bool netfilter_socket::tell(nl_msg *request, uint32_t *sequence)
     return nl_send(socket.get(), request) >= 0;
 }
 
-bool netfilter_socket::receive()
+bool netlink_socket::receive()
 {
     for (;;) {
         sockaddr_nl from{};
@@ -84,7 +84,7 @@ bool netfilter_socket::receive()
     }
 }
 
-const nlmsghdr *netfilter_socket::next_message(const nlmsghdr *at) const
+const nlmsghdr *netlink_socket::next_message(const nlmsghdr *at) const
 {
     return next_netlink_message(buffer.data(), size, at);
 }
