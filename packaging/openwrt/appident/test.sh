@@ -11,6 +11,14 @@ appident)
 	/usr/libexec/appident/reserve-names appident /tmp/.appident.ipc
 	[ -f /tmp/.appident.ipc ]
 	;;
+appident-feed)
+	sh -n /etc/init.d/appident-feed
+	appident-feed --version | grep -qF "$2"
+	;;
+appident-home)
+	sh -n /etc/init.d/appident-home
+	appident-home --version | grep -qF "$2"
+	;;
 appidentctl)
 	appidentctl --version | grep -qF "$2"
 	;;

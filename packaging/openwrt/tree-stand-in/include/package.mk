@@ -58,10 +58,11 @@ package-$(1): files-$(1)
 	$$(call pack,$(1),$(PKG_BUILD_DIR)/ipkg-$(1))
 endef
 
+# LEFT_OUT: packages whose libraries are not to be had for the target.
 define BuildPackage
 $(eval DEPENDS :=)
 $(eval USERID :=)
 $(eval $(Package/$(1)))
 $(eval CONTROL_$(1) := $$(call control_of,$(1)))
-$(eval $(call rules_of,$(1)))
+$(if $(filter $(1),$(LEFT_OUT)),,$(eval $(call rules_of,$(1))))
 endef
