@@ -20,7 +20,7 @@ flow_table::flow_table(size_t most_flows) : limit(most_flows)
 
 uint32_t *flow_table::bucket_of(const flow_key &key)
 {
-    return &buckets[hash_of(key) & (buckets.size() - 1)];
+    return &buckets[static_cast<size_t>(hash_of(key)) & (buckets.size() - 1)];
 }
 
 uint32_t flow_table::index_of(const flow *which) const

@@ -13,3 +13,9 @@ set(CMAKE_CXX_FLAGS_MINSIZEREL_INIT "-Os -DNDEBUG")
 # A router's pages are of 4 or 16 KiB. For the linkers' 64 each file would be padded by as much.
 string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,-z,max-page-size=16384")
 string(APPEND CMAKE_SHARED_LINKER_FLAGS_INIT " -Wl,-z,max-page-size=16384")
+# Debian keeps headers that differ between processors below the processor's name.
+file(GLOB own_headers LIST_DIRECTORIES true ${APPIDENT_TARGET_ROOT}/usr/include/*-linux-gnu*)
+foreach(directory ${own_headers})
+  string(APPEND CMAKE_C_FLAGS_INIT " -isystem ${directory}")
+  string(APPEND CMAKE_CXX_FLAGS_INIT " -isystem ${directory}")
+endforeach()
