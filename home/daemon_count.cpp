@@ -23,30 +23,46 @@ u32 value_of(const std::vector<counter_reading> &page, counter which)
     return 0;
 }
 
-} // namespace
-
-int64_t daemon_began(const household &home, int64_t now)
+// What the daemon says of itself; `began` 0 when it does not run, or its page cannot be read.
+struct daemon_page {
+    u32 began; // uptime second
+    bool serving;
+};
+daemon_page read_daemon_page()
 {
     std::vector<counter_reading> page(counter_end);
     u32 owner = 0;
     int read = counter_page_read(counters_path, page.data(), counter_end, &owner);
     page.resize(static_cast<size_t>(std::max(read, 0)));
-    u32 began = value_of(page, counter_started_uptime);
-    bool alive = began > 0 && (kill(static_cast<pid_t>(owner), 0) == 0 || errno != ESRCH);
-    return alive ? now - uptime_ms() / 1000 + began : daemon_since(const_cast<database *>(&home.all.db));
+    bool alive = read > 0 && (kill(static_cast<pid_t>(owner), 0) == 0 || errno != ESRCH);
+    return {alive ? value_of(page, counter_started_uptime) : 0, value_of(page, counter_serving) != 0};
 }
 
-count_start daemon_count_start(const household &home, const known_device &device, int64_t now)
+} // namespace
+
+bool daemon_is_starting()
+{
+    daemon_page page = read_daemon_page();
+    return page.began > 0 && !page.serving;
+}
+
+int64_t daemon_began(household *home, int64_t now)
+{
+    u32 began = read_daemon_page().began;
+    return began > 0 ? now - uptime_ms() / 1000 + began : daemon_since(&home->all.db);
+}
+
+count_start daemon_count_start(household *home, const known_device &device, int64_t now)
 {
     constexpr int64_t hour = 3600;
     int today = day_of(now);
-    auto came = home.truth.on_line_since.find(device.mac);
+    auto came = home->truth.on_line_since.find(device.mac);
     int64_t evening = day_end(today) - hour;
     const count_start all[] = {
         {day_start(today), "midnight"},
         {now >= evening ? evening : 0, "23:00"},
         {daemon_began(home, now), "restart"},
-        {came != home.truth.on_line_since.end() ? came->second : device.last_seen, "off_line"},
+        {came != home->truth.on_line_since.end() ? came->second : device.last_seen, "off_line"},
     };
     return *std::max_element(std::begin(all), std::end(all),
                              [](const count_start &one, const count_start &other) { return one.time < other.time; });

@@ -12,10 +12,12 @@ struct count_start {
     int64_t time;    // epoch second
     const char *why; // "midnight", "23:00", "restart" or "off_line": the latest of them
 };
-count_start daemon_count_start(const household &home, const known_device &device, int64_t now);
+count_start daemon_count_start(household *home, const known_device &device, int64_t now);
 
+// It runs and does not answer yet, as far as its counters tell.
+bool daemon_is_starting();
 // Since when the daemon runs: as it says itself, else as its first push tells; 0 unknown.
-int64_t daemon_began(const household &home, int64_t now);
+int64_t daemon_began(household *home, int64_t now);
 
 // What a limit of the class has counted, in minutes: the sum of its apps, or the longest of the running sessions (class 5).
 int64_t minutes_counted(database *db, int64_t device, u32 class_type, const std::vector<u32> &apps, int64_t since);

@@ -127,8 +127,10 @@ void forget_request(void *, MHD_Connection *connection, void **request, MHD_Requ
 {
     delete static_cast<arriving *>(*request);
     *request = nullptr;
-    if (web_connection *record = connection_of(connection))
+    if (web_connection *record = connection_of(connection)) {
         record->since_ms = uptime_ms();
+        record->used = true;
+    }
 }
 
 void note_connection(void *context, MHD_Connection *connection, void **record, MHD_ConnectionNotificationCode what)
@@ -136,10 +138,12 @@ void note_connection(void *context, MHD_Connection *connection, void **record, M
     web_server *server = static_cast<web_server *>(context);
     if (what == MHD_CONNECTION_NOTIFY_STARTED) {
         const MHD_ConnectionInfo *info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-        server->connections.push_back({info ? info->connect_fd : -1, uptime_ms(), false});
+        server->connections.push_back({info ? info->connect_fd : -1, uptime_ms(), false, false});
         *record = &server->connections.back();
         return;
     }
+    if (!static_cast<web_connection *>(*record)->used)
+        server->counts[web_count_connections_unused]++;
     server->connections.remove_if([&](const web_connection &one) { return &one == *record; });
     *record = nullptr;
 }

@@ -198,7 +198,7 @@ void answer_export_csv(web_request *asked, web_answer *answer)
         u32 group = limit_class_of(static_cast<u32>(app_class(*known.apps, one.app)));
         answer->text += day_text(one.day) + "," + entry->second.mac + "," + csv_field(entry->second.name) + "," +
                         csv_field(entry->second.person_name) + "," + std::to_string(one.app) + "," +
-                        csv_field(app_name(*known.apps, one.app)) + "," + csv_field(class_name(group)) + "," +
+                        csv_field(app_name(*known.apps, one.app)) + "," + csv_field(group ? class_name(group) : "") + "," +
                         std::to_string(one.minutes) + "," + std::to_string(one.up + one.down) + "\r\n";
     }
     answer->type = "text/csv; charset=utf-8";

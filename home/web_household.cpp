@@ -15,7 +15,7 @@ void add_counts_began(cJSON *root, const web_request &asked, const known_names &
 {
     cJSON *list = cJSON_AddArrayToObject(root, "counts_began");
     for (const auto &entry : known.devices) {
-        count_start began = daemon_count_start(*asked.home, entry.second, asked.time);
+        count_start began = daemon_count_start(asked.home, entry.second, asked.time);
         if (entry.second.role != 1 || began.time <= day_began)
             continue;
         cJSON *item = add_item(list);
@@ -51,7 +51,7 @@ void answer_status(web_request *asked, web_answer *answer)
     add_number(body.get(), "commit_interval_seconds", settings.commit_interval);
     cJSON *daemon = cJSON_AddObjectToObject(body.get(), "daemon");
     cJSON_AddBoolToObject(daemon, "up", home->truth.answers);
-    add_number(daemon, "since", daemon_began(*home, asked->time));
+    add_number(daemon, "since", daemon_began(home, asked->time));
     add_number(daemon, "asked", home->truth.answered);
     add_text(body.get(), "day", day_text(today));
     add_number(body.get(), "day_start", day_start(today));

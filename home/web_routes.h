@@ -28,6 +28,7 @@ void answer_login(web_request *asked, web_answer *answer);
 void answer_logout(web_request *asked, web_answer *answer);
 void answer_password(web_request *asked, web_answer *answer);
 void answer_language(web_request *asked, web_answer *answer);
+// web_accounts.cpp
 void answer_accounts(web_request *asked, web_answer *answer);
 void answer_put_account(web_request *asked, web_answer *answer);
 void answer_delete_account(web_request *asked, web_answer *answer);

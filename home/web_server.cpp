@@ -32,6 +32,7 @@ web_settings read_web_settings(const home_settings &settings)
     read.certificate = setting_text(web, "certificate");
     read.key = setting_text(web, "key");
     read.files = setting_text(web, "files", APPIDENT_DATADIR "/page");
+    read.tool = setting_text(web, "appidentctl", APPIDENT_BINDIR "/appidentctl");
     read.metrics_token = setting_text(cJSON_GetObjectItemCaseSensitive(settings.tree.get(), "metrics"), "token");
     return read;
 }

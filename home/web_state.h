@@ -18,6 +18,7 @@ struct web_settings {
     std::vector<std::string> hosts; // more own names
     std::string certificate, key;   // paths; both or none
     std::string files;              // directory of the page
+    std::string tool;               // appidentctl, whose doctor is asked
     std::string metrics_token;      // "": the box itself only
 };
 
@@ -37,7 +38,7 @@ inline bool operator==(const web_place &one, const web_place &other)
 // clang-format off
 #define WEB_COUNTS(row) \
     row(requests,            "requests answered") \
-    row(requests_malformed,  "dropped by libmicrohttpd: no HTTP") \
+    row(connections_unused,  "connections that ended without a request") \
     row(connections_stalled, "connections ended: a request took longer than a minute") \
     row(logins,              "logins") \
     row(streams,             "streams of events begun") \
@@ -52,6 +53,7 @@ struct web_connection {
     int fd;
     int64_t since_ms; // when it was opened, or its last request answered
     bool stream;      // of events, which last
+    bool used;        // a request came
 };
 
 struct web_server {
