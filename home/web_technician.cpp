@@ -2,6 +2,7 @@
 #include "common/counters.h"
 #include "feed/feed_counters.h"
 #include "home/doctor_findings.h"
+#include "home/metrics.h"
 #include "home/schema.h"
 #include "home/secrets.h"
 #include "home/web_routes.h"
@@ -101,7 +102,8 @@ void answer_metrics(web_request *asked, web_answer *answer)
 {
     if (!may_scrape(*asked))
         return refuse(answer, refused_forbidden);
-    refuse(answer, refused_not_found);
+    answer->type = "text/plain; version=0.0.4; charset=utf-8";
+    answer->text = metrics_text(asked->home);
 }
 
 void answer_health(web_request *asked, web_answer *answer)

@@ -255,6 +255,7 @@ TEST_F(home_web, turns_away_what_it_must)
     for (const auto &one : refused)
         EXPECT_EQ(ask(one.path, one.options, "Ada").code(), one.code) << one.path << one.options;
     EXPECT_EQ(ask("/api/v1/session", "-H 'Host: box.example'").status, 200);
+    EXPECT_NE(ask("/metrics").text.find("appident_pushes_read_total"), std::string::npos);
     EXPECT_EQ(ask("/metrics", "-H 'X-Forwarded-For: 192.168.77.9'").code(), "forbidden");
     token = tom;
     EXPECT_EQ(write("DELETE", "accounts/Ada", "{}", "Tom").code(), "forbidden");
