@@ -13,10 +13,10 @@ void write_place(void *context)
     set_meta(&of->db, "run", of->place.run);
     set_meta(&of->db, "seq", of->place.last);
     set_meta(&of->db, "last_time", of->place.last_time);
-    set_meta(&of->db, "inode", of->place.inode);
-    set_meta(&of->db, "offset", of->place.offset);
-    set_meta(&of->db, "mark", of->place.mark);
-    set_meta(&of->db, "mark_length", of->place.mark_length);
+    set_meta(&of->db, "inode", of->place.spool.inode);
+    set_meta(&of->db, "offset", of->place.spool.offset);
+    set_meta(&of->db, "mark", of->place.spool.mark);
+    set_meta(&of->db, "mark_length", of->place.spool.mark_length);
     for (int which = 0; which < count_end; ++which)
         set_meta(&of->db, count_keys[which], of->counts[static_cast<size_t>(which)]);
 }
@@ -54,8 +54,9 @@ void reload_history(history *of)
     const struct {
         const char *key;
         int64_t *value;
-    } numbers[] = {{"seq", &of->place.last},      {"last_time", &of->place.last_time}, {"inode", &of->place.inode},
-                   {"offset", &of->place.offset}, {"mark", &of->place.mark},           {"mark_length", &of->place.mark_length}};
+    } numbers[] = {{"seq", &of->place.last},          {"last_time", &of->place.last_time},
+                   {"inode", &of->place.spool.inode}, {"offset", &of->place.spool.offset},
+                   {"mark", &of->place.spool.mark},   {"mark_length", &of->place.spool.mark_length}};
     for (const auto &one : numbers)
         *one.value = meta_number(&of->db, one.key, 0);
     for (int which = 0; which < count_end; ++which)

@@ -4,6 +4,7 @@
 
 #include "home/database.h"
 #include "home/facts.h"
+#include "home/spool_reader.h"
 
 #include <array>
 #include <string>
@@ -31,9 +32,7 @@ struct line_place {
     int64_t last = 0;      // its last number taken
     int64_t last_time = 0; // the time of the last line taken in order, 0 for none
     bool broken = false;   // lines may be missing after it
-    // The spool file that is followed, 0 for none, and what has been taken of it; the mark is a digest of the last line taken,
-    // as another file may get the same inode.
-    int64_t inode = 0, offset = 0, mark = 0, mark_length = 0;
+    spool_place spool;     // of the spool that is followed
 };
 
 struct history {

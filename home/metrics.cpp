@@ -2,6 +2,7 @@
 
 #include "home/alerts.h"
 #include "home/days.h"
+#include "home/mqtt.h"
 #include "home/queries.h"
 #include "home/serve.h"
 #include "platform/linux/client/limit_classes.h"
@@ -160,6 +161,25 @@ void tell_alerts(const household &home, const device_macs &macs, page *out)
     }
 }
 
+void tell_limits(const household &home, page *out)
+{
+    out->begin("limit_seconds", "gauge", "Limits in force: use of a day, or of a session without a break.");
+    for (const auto &device : home.limits)
+        for (const auto &one : device.second)
+            if (one.second.on && one.second.minutes > 0)
+                out->value({{"device", device.first}, {"class", class_name(one.first)}}, one.second.minutes * 60);
+}
+
+void tell_broker(const mqtt *broker, page *out)
+{
+    mqtt_health health = health_of(broker);
+    out->single("mqtt_up", "gauge", "Whether the broker has taken us in.", health.up ? 1 : 0);
+    out->single("mqtt_pushes_total", "counter", "Pushes that the broker has acknowledged.", health.pushes_passed_on);
+    out->single("mqtt_pushes_waiting", "gauge", "Pushes given to the broker and not acknowledged.", health.pushes_waiting);
+    out->single("mqtt_breaks_total", "counter", "Times that pushes were gone from the spool before the broker took them.",
+                health.breaks);
+}
+
 void tell_program(household *home, page *out)
 {
     const history &all = home->all;
@@ -199,6 +219,9 @@ std::string metrics_text(household *home)
     tell_use(*home, macs, per_app, &out);
     tell_devices(home, devices, &out);
     tell_alerts(*home, macs, &out);
+    tell_limits(*home, &out);
+    if (home->broker)
+        tell_broker(home->broker, &out);
     tell_program(home, &out);
     return out.text;
 }

@@ -1,5 +1,6 @@
 #include "home/serve.h"
 
+#include "home/mqtt.h"
 #include "home/upkeep.h"
 #include "home/web_server.h"
 
@@ -23,6 +24,8 @@ void each_minute(void *context)
         return;
     int64_t now = time(nullptr);
     ask_daemon(&home->truth, now);
+    if (home->truth.answers)
+        refresh_limits(home);
     end_silent_sessions(&home->all, now);
     tell_facts(&home->all);
 }
@@ -110,8 +113,12 @@ bool serve(const home_settings &settings, std::string *why)
                         {prepare_hang_up, serve_hang_up, &asked},
                         {prepare_commit, serve_commit, &home}};
     begin_metrics(&home);
-    notices *telling = begin_notices(&home, read_notice_settings(settings.tree.get()));
+    notice_settings outside = read_notice_settings(settings.tree.get());
+    notices *telling = begin_notices(&home, outside);
     home.parts.parts.push_back(notices_part(telling));
+    home.broker = begin_mqtt(&home, outside.mqtt);
+    if (home.broker)
+        home.parts.parts.push_back(mqtt_part(home.broker));
     web_server *web = open_web_server(&home);
     if (web)
         home.parts.parts.push_back(web_part(web));
@@ -125,6 +132,7 @@ bool serve(const home_settings &settings, std::string *why)
     // No fact comes any more.
     close_web_server(web);
     end_notices(telling);
+    end_mqtt(home.broker);
     close_spool_follower(&home.spool);
     close_history(&home.all);
     return !damaged;

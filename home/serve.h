@@ -4,11 +4,14 @@
 
 #include "home/app_names.h"
 #include "home/daemon_truth.h"
+#include "home/device_limits.h"
 #include "home/home_settings.h"
 #include "home/loop.h"
 #include "home/metrics.h"
 #include "home/notices.h"
 #include "home/spool_follower.h"
+
+struct mqtt;
 
 // What every part may use; it outlives them all.
 struct household {
@@ -19,7 +22,9 @@ struct household {
     app_names apps;
     bool asked_to_commit = false; // by SIGHUP, and not done yet
     metrics_state metrics;
-    std::vector<notice_way *> ways; // those that are on
+    std::vector<notice_way *> ways;             // those that are on
+    std::map<std::string, known_limits> limits; // by MAC, as the daemon had them a minute ago
+    mqtt *broker = nullptr;                     // null: off
     loop parts;
 };
 

@@ -1,5 +1,4 @@
-// Follows the daemon's spool, pushes.jsonl and pushes.jsonl.1, across its rotations; pushes.sock is only a bell that rings when
-// there is something to read.
+// Follows the daemon's spool for the history; pushes.sock is only a bell that rings when there is something to read.
 //
 // The place reached is committed with the facts read up to it, so that after a kill nothing is missing and nothing comes twice.
 #ifndef HOME_SPOOL_FOLLOWER_H
@@ -7,18 +6,13 @@
 
 #include "home/history.h"
 #include "home/loop.h"
-
-#include <sys/types.h>
+#include "home/spool_reader.h"
 
 struct spool_follower {
     history *of = nullptr;
     std::string directory; // holds the spool and the bell
-    int file = -1;         // the spool file being read
-    int64_t read_at = 0;   // the next byte to read of it
-    std::string begun;     // bytes of a line whose end has not been read
-    bool too_long = false; // within a line that is passed over
-    bool old_file = false; // another file has taken its name: what it holds now is all it will hold
-    int bell = -1;         // stream socket, -1 while nobody listens
+    spool_reader reader;
+    int bell = -1; // stream socket, -1 while nobody listens
     int64_t next_look_ms = 0;
 };
 

@@ -1,86 +1,28 @@
 // What the program tells others: a webhook, a command, Prometheus. The real program, with real partners on loopback.
-#include "home/child_process.h"
 #include "home/devices.h"
 #include "home/joining.h"
 #include "home/metrics.h"
 #include "home/notice_settings.h"
 #include "home/serve.h"
-#include "tests/home/daemon_voice.h"
+#include "tests/home/running_home.h"
 #include "tests/kit/waiting.h"
-
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <mutex>
 
 namespace {
 
-constexpr int64_t hour_ms = 3600000;
-
-// A name that would do harm in a shell, in a configuration of curl, in a label.
-constexpr const char *hostile_name = R"($(touch harm);`touch harm` \"x\\\" {{ 1 }})";
-
-std::string limit_of(const char *mac, int minutes)
-{
-    return std::string("{\"endmac\":\"") + mac + "\",\"alias\":\"" + hostile_name + "\",\"class_type\":\"1\",\"use_time\":\"" +
-           std::to_string(minutes) + "\"}";
-}
-
-// The program on a spool of its own.
-struct home_outside : testing::Test {
-    scratch_directory directory;
-    daemon_voice daemon;
-    child_process program;
-
-    ~home_outside() override { end_child(&program); }
-    void begin(const std::string &settings)
-    {
-        write_file(directory.file("home.json"), "{\"database\":\"" + directory.file("home.db") + "\",\"runtime_dir\":\"" +
-                                                    directory.path + "\",\"request_socket\":\"" + directory.file("none") +
-                                                    "\",\"commit_interval\":1," + settings + "}");
-        ASSERT_TRUE(start_child(&program, {HOME_PROGRAM, "--settings", directory.file("home.json")}, {"TZ=UTC"}, "",
-                                uptime_ms() + hour_ms));
-    }
-    void write_spool()
-    {
-        fd_guard file(open(directory.file("pushes.jsonl").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
-        ASSERT_EQ(write(file.get(), daemon.text.data(), daemon.text.size()), static_cast<ssize_t>(daemon.text.size()));
-        daemon.text.clear();
-    }
-    void say_limit(const char *mac, int minutes, int64_t age = 0)
-    {
-        daemon.time = time(nullptr) - age;
-        daemon.say(1015, limit_of(mac, minutes));
-        write_spool();
-    }
-};
+struct home_outside : running_home {};
 
 // Takes POSTs one after the other, answers the first ones with 500, and keeps all bodies.
 struct receiver {
-    fd_guard socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     int port = 0, refusals;
+    fd_guard socket{listen_on_loopback(&port)};
     std::mutex held;
     std::string bodies;
     std::thread taker;
 
-    explicit receiver(int refuse_first) : refusals(refuse_first)
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof(address);
-        sockaddr *any = reinterpret_cast<sockaddr *>(&address);
-        EXPECT_TRUE(bind(socket.get(), any, size) == 0 && listen(socket.get(), 8) == 0 &&
-                    getsockname(socket.get(), any, &size) == 0);
-        port = ntohs(address.sin_port);
-        taker = std::thread([this] { take(); });
-    }
+    explicit receiver(int refuse_first) : refusals(refuse_first), taker([this] { take(); }) {}
     ~receiver()
     {
         shutdown(socket.get(), SHUT_RDWR);
@@ -140,7 +82,7 @@ TEST_F(home_outside, alerts_are_told_once_by_webhook_and_command)
     say_limit(tablet, 30, 1200);
     say_limit(phone, 40, 2 * 86400);
     // In the database before anybody is told: what was told before is known all the same.
-    output_of(HOME_PROGRAM " --settings " + directory.file("home.json") + " --import " + directory.file("pushes.jsonl"));
+    offline("--import " + directory.file("pushes.jsonl"));
     say_limit(phone, 50);
     begin(settings);
     ASSERT_TRUE(comes_true([&] { return !web.told("minutes").empty() && web.told("minutes").back() == "50"; }));
@@ -219,7 +161,7 @@ TEST(home_metrics, promtool_finds_nothing_and_counters_never_fall)
     std::string text = metrics_text(&home);
     for (const char *line : {"appident_use_seconds_total{device=\"AA-BB-CC-DD-EE-01\",class=\"games\"} 420\n",
                              "app=\"1003\",app_name=\"G\\\"1\\\\\"} 420\n", "direction=\"down\"} 7000\n", "kind=\"limit\"} 1\n",
-                             "name=\"$(touch harm);`touch harm` \\\"x\\\\\\\" {{ 1 }}\"", "appident_daemon_up 0\n"})
+                             "name=\"$(touch harm);`touch harm` \\\"x\\\\\\\" {{ 1 }}", "appident_daemon_up 0\n"})
         EXPECT_NE(text.find(line), std::string::npos) << line << text;
     int status = 0;
     if (output_of("command -v promtool") != "") {

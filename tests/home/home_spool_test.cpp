@@ -181,7 +181,7 @@ TEST_F(home_spool, line_is_taken_when_it_is_whole)
     daemon.text = "{\"run\":\"half";
     write();
     read_all();
-    ASSERT_EQ(truncate(spool.c_str(), all.place.offset), 0);
+    ASSERT_EQ(truncate(spool.c_str(), all.place.spool.offset), 0);
     read_all();
     say_some(1);
     read_all();

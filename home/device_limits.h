@@ -1,0 +1,36 @@
+// The use-time limits of the household's devices as the daemon has them (request 12), and changing one of them (request 11).
+#ifndef HOME_DEVICE_LIMITS_H
+#define HOME_DEVICE_LIMITS_H
+
+#include "igd/igd_types.h"
+
+#include <stdint.h>
+
+#include <map>
+#include <string>
+
+struct household;
+
+constexpr int64_t limit_minutes_most = 1440;
+
+struct known_limit {
+    bool on;
+    int64_t minutes;
+};
+// By class. A device of another role than 1 has none.
+using known_limits = std::map<u32, known_limit>;
+
+// Asks the daemon for those of every device of role 1, and keeps them in the household by MAC.
+void refresh_limits(household *home);
+
+struct limit_change {
+    std::string mac;
+    u32 class_type;
+    known_limit to;
+    std::string who, from; // for the record of changes: account, address
+};
+// Writes all five classes, the other four as they were, and reads them back; the change is recorded. A limit that is switched
+// on without apps gets all apps of its class. False when the daemon does not have it then.
+bool change_limit(household *home, const limit_change &wanted);
+
+#endif
