@@ -130,10 +130,7 @@ void take_capture(const bytes &input)
         link_frame found;
         if (!find_ip(type, {frame.data(), frame.size()}, &found))
             continue;
-        one.bytes = found.ip.data;
-        one.captured = one.length = static_cast<uint32_t>(found.ip.size);
-        one.has_mac = found.has_mac;
-        std::copy(std::begin(found.mac), std::end(found.mac), one.mac);
+        fill_packet(found, static_cast<uint32_t>(size), &one);
         one.time_us += 3000000;
         classify.take(one);
     }
