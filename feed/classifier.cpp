@@ -75,17 +75,22 @@ classifier::direction classifier::direction_of(const ip_packet &ip, const packet
     return guess_direction(ip, from);
 }
 
+void classifier::learn_link_of(const ip_address &address, const mac_address &mac, uint64_t time_us)
+{
+    devices.learn_mac(device_for(address, time_us, &mac), mac);
+}
+
 void classifier::learn_link(const ip_packet &ip, const packet &from, direction way)
 {
     if (from.has_mac && (way == direction::up || (way == direction::local && contains(options.lan, ip.source))))
-        devices.learn_mac(device_for(ip.source, from.time_us), mac_of(from.mac));
+        learn_link_of(ip.source, mac_of(from.mac), from.time_us);
     if (way != direction::down)
         return;
     feed_device *router = from.has_mac ? devices.by_link(mac_of(from.mac)) : nullptr;
     if (router)
         router->is_router = true;
     if (from.has_to_mac)
-        devices.learn_mac(device_for(ip.destination, from.time_us), mac_of(from.to_mac));
+        learn_link_of(ip.destination, mac_of(from.to_mac), from.time_us);
 }
 
 bool classifier::lacks_neighbours()
@@ -99,15 +104,15 @@ void classifier::learn_neighbour(const ip_address &address, const mac_address &m
     bool is_wanted = std::any_of(devices.all.begin(), devices.all.end(),
                                  [&](const feed_device &one) { return one.mac == mac && devices.is_unjoined(one); });
     if (is_wanted && contains(options.lan, address))
-        devices.learn_mac(device_for(address, time_us), mac);
+        learn_link_of(address, mac, time_us);
 }
 
-feed_device *classifier::device_for(const ip_address &address, uint64_t time_us)
+feed_device *classifier::device_for(const ip_address &address, uint64_t time_us, const mac_address *link)
 {
     feed_device *device = devices.get(address);
     if (!device) {
         counts[feed_device_table_full]++;
-        forget_device(devices.oldest());
+        forget_device(devices.oldest(link));
         device = devices.get(address);
     }
     device->last_us = time_us;
@@ -121,13 +126,23 @@ void classifier::forget_device(feed_device *device)
     devices.remove(device);
 }
 
-// The device with the most connections gives up its oldest, closed ones first.
+// The device with the most connections gives up its oldest, closed ones first. All addresses behind the newcomer's link address
+// are one device in this: many of few connections each would be many otherwise.
 void classifier::make_place(feed_device *for_device)
 {
-    feed_device *busiest = for_device;
-    for (feed_device &device : devices.all)
+    feed_device *busiest = for_device, *busiest_of_link = for_device;
+    size_t flows_of_link = 0;
+    for (feed_device &device : devices.all) {
         if (device.flows > busiest->flows)
             busiest = &device;
+        if (!for_device->has_mac || !device.has_mac || device.mac != for_device->mac)
+            continue;
+        flows_of_link += device.flows;
+        if (device.flows > busiest_of_link->flows)
+            busiest_of_link = &device;
+    }
+    if (flows_of_link > busiest->flows)
+        busiest = busiest_of_link;
     counts[feed_flow_table_full]++;
     drop_flow(flows.at(busiest->oldest_flow));
 }

@@ -61,7 +61,9 @@ private:
     // The link address of a device that is no router.
     bool is_device_link(bool is_known, const uint8_t (&mac)[6]);
     void learn_link(const ip_packet &ip, const packet &from, direction way);
-    feed_device *device_for(const ip_address &address, uint64_t time_us);
+    // `link`: its link address, null where it is not known.
+    feed_device *device_for(const ip_address &address, uint64_t time_us, const mac_address *link = nullptr);
+    void learn_link_of(const ip_address &address, const mac_address &mac, uint64_t time_us);
     flow *flow_for(const flow_key &key, feed_device *device, const ip_packet &ip, direction way, uint64_t time_us);
     flow *new_flow(const flow_key &key, feed_device *device, uint64_t time_us);
     void make_place(feed_device *for_device);

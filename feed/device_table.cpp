@@ -37,13 +37,19 @@ feed_device *device_table::get(const ip_address &address)
     return place;
 }
 
-feed_device *device_table::oldest()
+feed_device *device_table::oldest(const mac_address *link)
 {
-    feed_device *found = nullptr;
-    for (feed_device &device : all)
-        if (device.address.family != 0 && (!found || device.last_us < found->last_us))
+    feed_device *found = nullptr, *found_of_link = nullptr;
+    for (feed_device &device : all) {
+        if (device.address.family == 0)
+            continue;
+        if (!found || device.last_us < found->last_us)
             found = &device;
-    return found;
+        bool is_of_link = link && device.has_mac && device.mac == *link && !device.owns_mac;
+        if (is_of_link && (!found_of_link || device.last_us < found_of_link->last_us))
+            found_of_link = &device;
+    }
+    return found_of_link ? found_of_link : found;
 }
 
 void device_table::remove(feed_device *device)

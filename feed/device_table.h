@@ -1,5 +1,5 @@
 // The LAN's devices: by address, with the link address that joins a device's IPv6 addresses to its IPv4 address. A fixed
-// number; the one unseen for longest makes place.
+// number; when it is full, one makes place.
 #ifndef FEED_DEVICE_TABLE_H
 #define FEED_DEVICE_TABLE_H
 
@@ -35,7 +35,9 @@ public:
     feed_device *find(const ip_address &address);
     // The known or a new one. When the table is full, null: the caller frees oldest() and asks again.
     feed_device *get(const ip_address &address);
-    feed_device *oldest();
+    // The one unseen for longest; of those with this link address where it is known and has any, so that who shows many
+    // addresses pushes out no other. Whose address is told for that link address stays.
+    feed_device *oldest(const mac_address *link);
     void remove(feed_device *device);
 
     // A packet of the device showed its link address.

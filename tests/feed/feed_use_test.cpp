@@ -226,12 +226,18 @@ TEST_F(feed_household, keeps_a_device_from_pushing_out_the_others)
 {
     options.most_flows = 64;
     options.most_inspections = 40;
+    options.most_devices = 16;
     ends film = connect("www.films.example");
+    for (int i = 0; i < 9; i++)
+        connect("www.friends.example");
     for (int i = 0; i < 20000; i++) {
         std::string victim = "203.0." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1);
-        show(tcp_packet({"192.168.1.66", victim, 1000, 443}, 1, tcp_syn, {}));
-        show(tcp_packet({"192.168.1.66", victim, 1000, 443}, 2, tcp_ack, "\x16\x03\x01\x40"));
+        show(tcp_packet({"192.168.1.66", victim, 1000, 443}, 1, tcp_syn, {}), 66);
+        show(tcp_packet({"192.168.1.66", victim, 1000, 443}, 2, tcp_ack, "\x16\x03\x01\x40"), 66);
+        // And under addresses that are not its own.
+        show(tcp_packet({"192.168.7." + std::to_string(i % 250), victim, 1000, 443}, 1, tcp_syn, {}), 66);
     }
+    wait(0.001);
     receive(film, 400000);
     receive(connect("www.films.example", "192.168.1.30"), 400000); // a third one comes in, too
     finish();
