@@ -65,6 +65,13 @@ struct feed_household : testing::Test {
         for (; size > 0; size -= std::min<size_t>(size, 1400))
             show(tcp_packet(back(of), 1000, tcp_ack, bytes(std::min<size_t>(size, 1400), 'd')));
     }
+    static flow_key key_of(const ends &of)
+    {
+        flow_key key{{}, {}, of.from_port, of.to_port, protocol_tcp};
+        read_address(of.from, &key.device);
+        read_address(of.to, &key.server);
+        return key;
+    }
     void close(const ends &of) { show(tcp_packet(of, 500, tcp_rst, {})); }
     void finish()
     {
@@ -251,12 +258,7 @@ TEST_F(feed_household, takes_bytes_from_connection_tracking_where_packets_are_fe
     options.count_packets = false;
     options.packets_shown = 12;
     ends film = connect("www.films.example");
-    flow_key key;
-    read_address(phone, &key.device);
-    read_address(server, &key.server);
-    key.device_port = film.from_port;
-    key.server_port = film.to_port;
-    key.protocol = protocol_tcp;
+    flow_key key = key_of(film);
     for (uint64_t i = 1; i <= 3; i++) {
         wait(9);
         classify->count_flow(key, 1000 * i, 200000 * i, false, now);
@@ -276,12 +278,7 @@ TEST_F(feed_household, forgets_a_connection_that_is_tracked_no_more)
 {
     options.count_packets = false;
     ends film = connect("www.films.example");
-    flow_key key;
-    read_address(phone, &key.device);
-    read_address(server, &key.server);
-    key.device_port = film.from_port;
-    key.server_port = film.to_port;
-    key.protocol = protocol_tcp;
+    flow_key key = key_of(film);
     for (int i = 0; i < 5; i++) { // a pause: it moves nothing, and is tracked all the same
         wait(10);
         classify->count_flow(key, 500, 900, false, now);

@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #include <string>
+#include <vector>
+
+using namespace std::literals;
 
 namespace {
 
@@ -66,24 +69,17 @@ TEST(request_checks, limits_are_one_to_five_of_the_same_device)
         empty_limits += "{},";
     for (int i = 0; i < 30000; ++i)
         zeros += ",0";
-    const std::string refused[] = {"not json",
-                                   "",
-                                   "[]",
-                                   "{\"data\":[{\"class_type\":1}]}",
-                                   limits("[{\"class_type\":1}]", "AA-BB-CC-00-00-02"),
-                                   limits("[{\"class_type\":1}]", "AA-BB-CC-00-00-01x"),
-                                   limits("{\"class_type\":1}"),
-                                   limits("[]"),
-                                   limits("[{}]"),
-                                   limits("[1]"),
-                                   limits("[{\"class_type\":\"1\"}]"),
-                                   limits("[{\"class_type\":0}]"),
-                                   limits("[{\"class_type\":6}]"),
-                                   limits("[{\"class_type\":1.5}]"),
-                                   limits("[{\"class_type\":1},{\"class_type\":1}]"),
-                                   limits("[" + five + ",{\"class_type\":1}]"),
-                                   limits("[" + empty_limits + "{}]"),
-                                   limits("[{\"class_type\":1,\"appid\":" + zeros + "]}]")};
+    std::vector<std::string> refused = {"not json",
+                                        "",
+                                        "[]",
+                                        "{\"data\":[{\"class_type\":1}]}",
+                                        limits("[{\"class_type\":1}]", "AA-BB-CC-00-00-02"),
+                                        limits("[{\"class_type\":1}]", "AA-BB-CC-00-00-01x")};
+    for (const std::string &data :
+         {"{\"class_type\":1}"s, "[]"s, "[{}]"s, "[1]"s, "[{\"class_type\":\"1\"}]"s, "[{\"class_type\":0}]"s,
+          "[{\"class_type\":6}]"s, "[{\"class_type\":1.5}]"s, "[{\"class_type\":1},{\"class_type\":1}]"s,
+          "[" + five + ",{\"class_type\":1}]", "[" + empty_limits + "{}]", "[{\"class_type\":1,\"appid\":" + zeros + "]}]"})
+        refused.push_back(limits(data));
     for (const std::string &text : refused)
         EXPECT_FALSE(passes(11, mac, text)) << text.substr(0, 200);
     EXPECT_FALSE(passes(11, "AA-BB-CC-00-00-0", limits("[{\"class_type\":1}]", "AA-BB-CC-00-00-0")));
