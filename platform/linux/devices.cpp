@@ -27,6 +27,7 @@ void take_written(const roster_device &written, known_device *out)
 void take_observed(const observed_device &seen, known_device *out)
 {
     out->ip = seen.ip;
+    out->ip6 = seen.ip6;
     out->on_line = seen.on_line;
     out->away = presence_away(seen);
     out->on_line_since = seen.on_line ? epoch_of(seen.on_line_since) : 0;

@@ -6,6 +6,7 @@
 #include "igd/igd_types.h"
 #include "platform/linux/device_name.h"
 
+#include <netinet/in.h>
 #include <time.h>
 
 enum name_source { name_of_person, name_of_lease, name_of_nobody };
@@ -14,7 +15,8 @@ struct known_device {
     unsigned char mac[6];
     char name[device_name_room];
     name_source name_from;
-    u32 ip;   // network order, 0 unknown
+    u32 ip;       // network order, 0 unknown
+    in6_addr ip6; // all zero: unknown
     int role; // role_unclear where the roster's makes no sense
     bool role_given;
     int group; // negative for none

@@ -22,6 +22,18 @@ bool is_device(const unsigned char *mac)
     return !to_many && memcmp(mac, zero, sizeof(zero)) != 0;
 }
 
+bool take_address(rtnl_neigh *neigh, lan_neighbour *out)
+{
+    nl_addr *address = rtnl_neigh_get_dst(neigh);
+    int family = rtnl_neigh_get_family(neigh);
+    size_t size = family == AF_INET ? sizeof(out->ip) : family == AF_INET6 ? sizeof(out->ip6) : 0;
+    if (size == 0 || !address || nl_addr_get_len(address) != size)
+        return false;
+    *out = {};
+    memcpy(family == AF_INET ? static_cast<void *>(&out->ip) : &out->ip6, nl_addr_get_binary_addr(address), size);
+    return family == AF_INET ? out->ip != 0 : !IN6_IS_ADDR_UNSPECIFIED(&out->ip6);
+}
+
 } // namespace
 
 u32 lan_interface_index()
@@ -37,14 +49,8 @@ bool read_lan_neighbour(nlmsghdr *message, lan_neighbour *out)
     if (rtnl_neigh_parse(message, &parsed) < 0)
         return false;
     std::unique_ptr<rtnl_neigh, released_by<rtnl_neigh_put>> neigh(parsed);
-    nl_addr *address = rtnl_neigh_get_dst(parsed);
     // Looked up by name each time: a LAN interface that is made anew has another index.
-    if (rtnl_neigh_get_family(parsed) != AF_INET || !address || nl_addr_get_len(address) != sizeof(out->ip) ||
-        static_cast<u32>(rtnl_neigh_get_ifindex(parsed)) != lan_interface_index())
-        return false;
-    *out = {};
-    memcpy(&out->ip, nl_addr_get_binary_addr(address), sizeof(out->ip));
-    if (out->ip == 0)
+    if (!take_address(parsed, out) || static_cast<u32>(rtnl_neigh_get_ifindex(parsed)) != lan_interface_index())
         return false;
     nl_addr *hardware = rtnl_neigh_get_lladdr(parsed);
     if (!hardware || nl_addr_get_len(hardware) != sizeof(out->mac))

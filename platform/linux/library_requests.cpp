@@ -29,11 +29,13 @@ const char *true_or_false(bool value)
 void append_device(text_builder *text, const known_device &device, bool first)
 {
     constexpr const char *name_sources[] = {"person", "lease", "none"};
-    char mac[mac_text_size], address[INET_ADDRSTRLEN] = "";
+    char mac[mac_text_size], address[INET6_ADDRSTRLEN] = "";
     write_mac_text(device.mac, mac);
     in_addr ip = {device.ip};
     if (device.ip != 0)
         inet_ntop(AF_INET, &ip, address, sizeof(address));
+    else if (!IN6_IS_ADDR_UNSPECIFIED(&device.ip6))
+        inet_ntop(AF_INET6, &device.ip6, address, sizeof(address));
     append_text(text, "%s{\"mac\":\"%s\",\"name\":", first ? "" : ",", mac);
     append_json_text(text, device.name);
     append_text(text, ",\"name_from\":\"%s\",\"address\":\"%s\"", name_sources[device.name_from], address);

@@ -41,6 +41,8 @@ int on_message(nl_msg *message, void *)
         return NL_OK;
     // Answers to a question carry the number of its asking.
     presence_take(neighbour, nlmsg_hdr(message)->nlmsg_seq != 0, current_round);
+    if (neighbour.ip == 0) // hits name their devices by IPv4 only
+        return NL_OK;
     mutex_guard held(neighbour_writers);
     if (!neighbour.usable)
         neighbour_forget(neighbour.ip);
@@ -75,7 +77,7 @@ bool start_dump(nl_sock *sock)
     dump_running = true;
     ++current_round;
     followed_index = lan_interface_index();
-    return nl_rtgen_request(sock, RTM_GETNEIGH, AF_INET, NLM_F_DUMP) >= 0;
+    return nl_rtgen_request(sock, RTM_GETNEIGH, AF_UNSPEC, NLM_F_DUMP) >= 0;
 }
 
 // Notifications first, then the whole table: nothing can change unseen in between.

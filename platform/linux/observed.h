@@ -8,6 +8,7 @@
 #include "igd/igd_types.h"
 #include "platform/linux/device_name.h"
 
+#include <netinet/in.h>
 #include <pthread.h>
 #include <time.h>
 
@@ -24,6 +25,10 @@ struct observed_device {
     int told;          // the role with which the daemon was told that it is on line, or told_off_line
     u32 ip;            // the last one, network order; 0 for none
     u32 round;         // of the neighbour table's reading in which it was met last
+    // The same of IPv6, of which a device has several addresses: the one that the kernel was certain of last.
+    bool confirmed6;
+    in6_addr ip6; // all zero: none
+    u32 round6;
     u64 probed;
     u64 heard, on_line_since;
     time_t seen_before;           // epoch, 0 unknown

@@ -28,6 +28,11 @@ int probe_place = 0;
 u64 leases_read = 0;
 bool newcomers = false;
 
+bool is_certain(const observed_device &device)
+{
+    return device.confirmed || device.confirmed6;
+}
+
 void heard(observed_device *device, u64 now)
 {
     device->heard_now = true;
@@ -38,15 +43,24 @@ void heard(observed_device *device, u64 now)
     device->on_line_since = now;
 }
 
+bool is_at6(const observed_device &device, const in6_addr &ip6)
+{
+    return memcmp(&device.ip6, &ip6, sizeof(ip6)) == 0;
+}
+
 // Nobody else is at the address of `holder` (null: nobody at all).
-void release_address(u32 ip, const observed_device *holder)
+void release_address(const lan_neighbour &neighbour, const observed_device *holder)
 {
     for (int i = 0; i < observed_count(); ++i) {
         observed_device *device = observed_at(i);
-        if (device->ip != ip || device == holder)
+        if (device == holder)
             continue;
-        device->confirmed = false;
-        device->unresolved = true;
+        if (neighbour.ip == 0) {
+            device->confirmed6 = device->confirmed6 && !is_at6(*device, neighbour.ip6);
+        } else if (device->ip == neighbour.ip) {
+            device->confirmed = false;
+            device->unresolved = true;
+        }
     }
 }
 
@@ -74,9 +88,27 @@ void take_unconfirmed(observed_device *device, const lan_neighbour &neighbour, b
         device->tries = tries_at_start;
 }
 
+// A device has several addresses of IPv6, each for a while: followed is the one that the kernel was certain of last.
+void take_ip6(observed_device *device, const lan_neighbour &neighbour, bool listed, u64 now)
+{
+    if (!neighbour.confirmed && is_at6(*device, neighbour.ip6)) {
+        device->confirmed6 = false;
+        return;
+    }
+    if (!neighbour.confirmed && device->confirmed6)
+        return;
+    bool first = IN6_IS_ADDR_UNSPECIFIED(&device->ip6);
+    device->ip6 = neighbour.ip6;
+    device->confirmed6 = neighbour.confirmed;
+    if (neighbour.confirmed || (first && !listed)) // it has just made itself known
+        heard(device, now);
+    else if (!device->on_line)
+        device->tries = tries_at_start;
+}
+
 bool probe_due(observed_device *device, u64 now)
 {
-    if (device->confirmed || device->ip == 0)
+    if (is_certain(*device) || (device->ip == 0 && IN6_IS_ADDR_UNSPECIFIED(&device->ip6)))
         return false;
     u64 silence = now - device->heard, since = now - device->probed;
     if (device->on_line)
@@ -96,14 +128,14 @@ void probe_silent_ones(u64 now)
         if (!probe_due(device, now))
             continue;
         device->probed = now;
-        probe_neighbour(device->ip);
+        probe_neighbour(*device);
         ++probes;
     }
 }
 
 void age(observed_device *device, u64 now)
 {
-    if (device->confirmed)
+    if (is_certain(*device))
         device->heard = now;
     if (device->on_line && now - device->heard >= settings().offline_after)
         device->on_line = false;
@@ -175,15 +207,19 @@ void presence_take(const lan_neighbour &neighbour, bool listed, u32 round)
     u64 now = uptime_second();
     mutex_guard held(observed_lock);
     if (!neighbour.usable)
-        return release_address(neighbour.ip, nullptr);
+        return release_address(neighbour, nullptr);
     bool known = observed_find(neighbour.mac) != nullptr;
     observed_device *device = observed_make(neighbour.mac);
-    release_address(neighbour.ip, device);
+    release_address(neighbour, device);
     if (!device)
         return;
     if (!known) {
         newcomers = true;
         observed_file_news();
+    }
+    if (neighbour.ip == 0) {
+        device->round6 = round;
+        return take_ip6(device, neighbour, listed, now);
     }
     device->round = round;
     if (neighbour.confirmed) {
@@ -198,9 +234,11 @@ void presence_take(const lan_neighbour &neighbour, bool listed, u32 round)
 void presence_sweep(u32 round)
 {
     mutex_guard held(observed_lock);
-    for (int i = 0; i < observed_count(); ++i)
-        if (observed_at(i)->round != round)
-            observed_at(i)->confirmed = false;
+    for (int i = 0; i < observed_count(); ++i) {
+        observed_device *device = observed_at(i);
+        device->confirmed = device->confirmed && device->round == round;
+        device->confirmed6 = device->confirmed6 && device->round6 == round;
+    }
 }
 
 void presence_tick()
@@ -223,5 +261,5 @@ void presence_tick()
 
 bool presence_away(const observed_device &device)
 {
-    return device.on_line && !device.confirmed && uptime_second() - device.heard >= away_after;
+    return device.on_line && !is_certain(device) && uptime_second() - device.heard >= away_after;
 }

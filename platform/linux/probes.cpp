@@ -5,6 +5,7 @@
 
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
+#include <string.h>
 #include <sys/socket.h>
 
 namespace {
@@ -14,9 +15,9 @@ struct use_message {
     nlmsghdr header;
     ndmsg about;
     rtattr attribute;
-    u32 ip;
+    unsigned char address[16]; // 4 of IPv4
 };
-static_assert(sizeof(use_message) == 36, "a request of the routing socket");
+static_assert(sizeof(use_message) == 48, "a request of the routing socket");
 
 int route = -1;
 
@@ -33,23 +34,31 @@ u32 take_failures()
     return failures;
 }
 
+void probe_address(unsigned char family, const void *address, unsigned short size)
+{
+    use_message message = {};
+    message.header.nlmsg_len = static_cast<u32>(sizeof(message) - sizeof(message.address) + size);
+    message.header.nlmsg_type = RTM_NEWNEIGH;
+    message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
+    message.about.ndm_family = family;
+    message.about.ndm_ifindex = static_cast<int>(lan_interface_index());
+    message.about.ndm_flags = NTF_USE;
+    message.attribute.rta_len = static_cast<unsigned short>(RTA_LENGTH(size));
+    message.attribute.rta_type = NDA_DST;
+    memcpy(message.address, address, size);
+    count_platform(platform_probes_sent);
+    bool sent = send(route, &message, message.header.nlmsg_len, MSG_DONTWAIT) == static_cast<ssize_t>(message.header.nlmsg_len);
+    count_platform(platform_probes_failed, (sent ? 0 : 1) + take_failures());
+}
+
 } // namespace
 
-void probe_neighbour(u32 ip)
+void probe_neighbour(const observed_device &device)
 {
     if (route < 0)
         route = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-    use_message message = {};
-    message.header.nlmsg_len = sizeof(message);
-    message.header.nlmsg_type = RTM_NEWNEIGH;
-    message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
-    message.about.ndm_family = AF_INET;
-    message.about.ndm_ifindex = static_cast<int>(lan_interface_index());
-    message.about.ndm_flags = NTF_USE;
-    message.attribute.rta_len = RTA_LENGTH(sizeof(ip));
-    message.attribute.rta_type = NDA_DST;
-    message.ip = ip;
-    count_platform(platform_probes_sent);
-    bool sent = send(route, &message, sizeof(message), MSG_DONTWAIT) == static_cast<ssize_t>(sizeof(message));
-    count_platform(platform_probes_failed, (sent ? 0 : 1) + take_failures());
+    if (device.ip != 0)
+        probe_address(AF_INET, &device.ip, sizeof(device.ip));
+    if (!IN6_IS_ADDR_UNSPECIFIED(&device.ip6))
+        probe_address(AF_INET6, &device.ip6, sizeof(device.ip6));
 }

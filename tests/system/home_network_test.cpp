@@ -106,11 +106,12 @@ bool make_home()
     for (const char *command :
          {"ip link set lo up", "ip link add home0 type bridge", "ip addr add 192.168.77.1/24 dev home0", "ip link set home0 up",
           "ip link add wan0 type dummy || ip link add wan0 type veth peer name world0", "ip addr add 10.0.0.2/24 dev wan0",
-          "ip link set wan0 up", "ip route add default via 10.0.0.1"})
+          "ip link set wan0 up", "ip route add default via 10.0.0.1", "ip addr add fd00:77::1/64 dev home0 nodad"})
         if (!run(command))
             return false;
     // Only to save time, and only where it may be set: how long the kernel believes in a neighbour.
-    run("echo 2000 >/proc/sys/net/ipv4/neigh/home0/base_reachable_time_ms");
+    for (const char *family : {"ipv4", "ipv6"})
+        run(std::string("echo 2000 >/proc/sys/net/") + family + "/neigh/home0/base_reachable_time_ms");
     dhcp_server = start({"dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--interface=home0",
                          "--bind-interfaces", "--dhcp-range=192.168.77.50,192.168.77.150,1h", "--dhcp-authoritative",
                          "--no-ping", "--user=root", "--pid-file"});
@@ -229,7 +230,7 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_EQ(times_in(text_of("/tmp/daemon.err"), "the LAN is home0"), 1u);
 
     // Seen, not tracked, until somebody gives a role.
-    const host &tablet = hosts[0];
+    const host &tablet = hosts[0], &telly = hosts[4];
     std::string address = listed(tablet.mac, "address");
     use_app(address);
     EXPECT_TRUE(comes_true(20, [] { return daemon_counter("hits_unknown_device") > 0; }));
@@ -240,12 +241,17 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_TRUE(comes_true(20, [&] { return times_in(daemon_log(), come) == 1; }));
     EXPECT_TRUE(is_tracked(address));
 
+    // The telly goes on with IPv6 alone, and so stays when the other leaves.
+    ASSERT_TRUE(run(inside(telly, "ip -4 addr flush dev eth0")) &&
+                run(inside(telly, "ip addr add fd00:77::15/64 dev eth0 nodad")) &&
+                run("bash -c 'echo >/dev/udp/fd00:77::15/9'"))
+        << text_of("/tmp/home.log");
     // It leaves: away at first, off line after an hour, and the daemon is told.
     ASSERT_TRUE(run(inside(tablet, "ip link set eth0 down")));
     EXPECT_TRUE(comes_true(90, [&] { return listed(tablet.mac, "away") == "true"; }));
     EXPECT_EQ(times_in(daemon_log(), gone), 0u);
     EXPECT_TRUE(comes_true(180, [&] { return times_in(daemon_log(), gone) == 1; }));
-    EXPECT_EQ(listed(tablet.mac, "on_line"), "false");
+    EXPECT_EQ(listed(tablet.mac, "on_line") + listed(telly.mac, "on_line"), "falsetrue");
 
     // It comes back as somebody whom dnsmasq has not met, and so gets another address.
     ASSERT_TRUE(run(inside(tablet, "ip link set eth0 up")));

@@ -47,9 +47,9 @@ protected:
         ASSERT_EQ(get_lan_config(&lan), 0);
     }
 
-    void tell_kernel(int type, u32 ip, const std::string &mac, uint16_t state = 0)
+    void tell_kernel(int type, const std::string &address, const std::string &mac, uint16_t state = 0)
     {
-        ::tell_kernel(kernel.get(), type, ip, mac, state);
+        ::tell_kernel(kernel.get(), type, address, mac, state);
     }
 
     json_tree ask(u32 id, const std::string &text = "")
@@ -103,8 +103,8 @@ TEST_F(devices, are_met_told_and_changed_by_the_persons_word)
 {
     const std::string before = R"({"note":"mine","devices":[{"colour":"red","mac":"00:16:3e:00:5e:12","group":3}],"home":7})";
     write_file("state/roster.json", before);
-    tell_kernel(RTM_NEWNEIGH, inet_addr("192.168.7.5"), tablet, NUD_REACHABLE);
-    tell_kernel(RTM_NEWNEIGH, inet_addr("192.168.7.6"), phone, NUD_PERMANENT);
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_REACHABLE);
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.6", phone, NUD_PERMANENT);
     EXPECT_TRUE(comes_true([&] { return listed(phone) != ""; }));
     EXPECT_EQ(listed(tablet),
               R"({"name":"device 5E-12","name_from":"none","address":"192.168.7.5","role":0,"role_from":"default",)"
@@ -131,7 +131,7 @@ TEST_F(devices, are_met_told_and_changed_by_the_persons_word)
     EXPECT_STREQ(text.get(), R"({"note":"mine","devices":[{"colour":"red","mac":"00:16:3e:00:5e:12","group":3,"role":1,)"
                              R"("name":"平板 \"电脑\""}],"home":7})");
     // Another address is followed without a word, another role is told, by hand as by request.
-    tell_kernel(RTM_NEWNEIGH, inet_addr("192.168.7.9"), tablet, NUD_REACHABLE);
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.9", tablet, NUD_REACHABLE);
     EXPECT_TRUE(comes_true([&] { return listed(tablet).find("192.168.7.9") != std::string::npos; }));
     EXPECT_TRUE(change(mac + R"("name":"","role":2})"));
     EXPECT_EQ(told(), "+ 00-16-3E-00-5E-12 192.168.7.9");
@@ -149,6 +149,19 @@ TEST_F(devices, are_met_told_and_changed_by_the_persons_word)
         EXPECT_EQ(read_file("state/roster.json"), broken);
     }
     EXPECT_NE(listed(tablet).find("\"role\":2"), std::string::npos);
+}
+
+TEST_F(devices, are_met_by_ipv6_too)
+{
+    write_file("state/roster.json", R"({"devices":[{"mac":"00-16-3E-00-5E-12","role":1}]})");
+    tell_kernel(RTM_NEWNEIGH, "fe80::12", tablet, NUD_REACHABLE);
+    EXPECT_EQ(told(), "+ 00-16-3E-00-5E-12 0.0.0.0");
+    tell_kernel(RTM_NEWNEIGH, "fd00::12", tablet, NUD_PERMANENT); // certain of a newer one
+    EXPECT_TRUE(comes_true([&] { return listed(tablet).find(R"("address":"fd00::12")") != std::string::npos; }));
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_REACHABLE);
+    EXPECT_TRUE(comes_true([&] { return listed(tablet).find(R"("address":"192.168.7.5")") != std::string::npos; }));
+    tell_kernel(RTM_DELNEIGH, "fe80::12", "");
+    EXPECT_NE(listed(tablet).find("\"on_line\":true"), std::string::npos);
 }
 
 TEST_F(devices, more_than_a_packet_holds_are_listed_in_parts)
@@ -190,7 +203,7 @@ long resident_kilobytes()
 TEST_F(devices, that_only_pass_by_cost_neither_memory_nor_time)
 {
     write_file("state/roster.json", R"({"devices":[{"mac":"00-16-3E-00-5E-12","role":1}]})");
-    tell_kernel(RTM_NEWNEIGH, inet_addr("192.168.7.5"), tablet, NUD_REACHABLE);
+    tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_REACHABLE);
     EXPECT_EQ(told(), "+ 00-16-3E-00-5E-12 192.168.7.5");
     std::vector<double> milliseconds;
     u32 stranger = 0;
@@ -199,7 +212,7 @@ TEST_F(devices, that_only_pass_by_cost_neither_memory_nor_time)
             std::string mac = std::string("\2\7\0", 3);
             for (int shift : {16, 8, 0})
                 mac += static_cast<char>(stranger >> shift);
-            tell_kernel(RTM_NEWNEIGH, htonl(0xC0A80800 + i), mac, i % 2 ? NUD_REACHABLE : NUD_STALE);
+            tell_kernel(RTM_NEWNEIGH, inet_ntoa({htonl(0xC0A80800 + i)}), mac, i % 2 ? NUD_REACHABLE : NUD_STALE);
             // What the daemon asks for a hit, and for its device.
             auto begin = steady::now();
             unsigned char found[6];
@@ -211,7 +224,7 @@ TEST_F(devices, that_only_pass_by_cost_neither_memory_nor_time)
             EXPECT_TRUE(strstr(answer, "\"role\":\"1\"")) << answer;
         }
         for (u32 i = 0; i < 250; ++i)
-            tell_kernel(RTM_DELNEIGH, htonl(0xC0A80800 + i), "");
+            tell_kernel(RTM_DELNEIGH, inet_ntoa({htonl(0xC0A80800 + i)}), "");
     };
     EXPECT_TRUE(comes_true([&] {
         crowd();

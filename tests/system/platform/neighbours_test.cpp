@@ -46,7 +46,7 @@ TEST(neighbours, follow_the_kernel_without_asking_it)
         rtnl_link_put(link);
     }
     auto tell_kernel = [&](int type, const char *ip, const std::string &mac, uint16_t state, const char *where = "br-lan") {
-        ::tell_kernel(kernel, type, inet_addr(ip), mac, state, where);
+        ::tell_kernel(kernel, type, ip, mac, state, where);
     };
     const std::string tablet = "\2\0\0\0\0\5"s, phone = "\2\0\0\0\0\6"s, zero(6, '\0');
     tell_kernel(RTM_NEWNEIGH, "192.168.7.5", tablet, NUD_PERMANENT);

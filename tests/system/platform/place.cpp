@@ -76,15 +76,20 @@ int refuse(unsigned int, void *, void *, void *)
     return -1;
 }
 
-void tell_kernel(nl_sock *kernel, int type, u32 ip, const std::string &mac, uint16_t state, const char *where)
+void tell_kernel(nl_sock *kernel, int type, const std::string &address, const std::string &mac, uint16_t state,
+                 const char *where)
 {
     nl_msg *message = nlmsg_alloc_simple(type, type == RTM_NEWNEIGH ? NLM_F_CREATE | NLM_F_REPLACE : 0);
-    ndmsg about = {AF_INET, 0, 0, static_cast<int>(if_nametoindex(where)), state, 0, 0};
+    bool v4 = address.find(':') == std::string::npos;
+    unsigned char bytes[16];
+    EXPECT_EQ(inet_pton(v4 ? AF_INET : AF_INET6, address.c_str(), bytes), 1) << address;
+    ndmsg about = {
+        static_cast<unsigned char>(v4 ? AF_INET : AF_INET6), 0, 0, static_cast<int>(if_nametoindex(where)), state, 0, 0};
     nlmsg_append(message, &about, sizeof about, NLMSG_ALIGNTO);
-    nla_put_u32(message, NDA_DST, ip);
+    nla_put(message, NDA_DST, v4 ? 4 : 16, bytes);
     if (!mac.empty())
         nla_put(message, NDA_LLADDR, 6, mac.data());
-    EXPECT_EQ(nl_send_sync(kernel, message), 0) << inet_ntoa({ip});
+    EXPECT_EQ(nl_send_sync(kernel, message), 0) << address;
 }
 
 int as_nobody(const std::vector<gid_t> &groups, const std::function<int()> &act)

@@ -29,8 +29,9 @@ bool counts(const std::string &name, u64 wanted);
 int connect_to(const std::string &path, int type);
 // A handler that refuses every request.
 int refuse(unsigned int id, void *pa, void *pb, void *pc);
-// A neighbour message to the kernel, of an address in network order on an interface; no MAC for "".
-void tell_kernel(nl_sock *kernel, int type, u32 ip, const std::string &mac, uint16_t state = 0, const char *where = "br-lan");
+// A neighbour message to the kernel, of an address of IPv4 or IPv6 on an interface; no MAC for "".
+void tell_kernel(nl_sock *kernel, int type, const std::string &address, const std::string &mac, uint16_t state = 0,
+                 const char *where = "br-lan");
 // In a child that is nobody in the given groups; its exit code, 99 when that cannot be.
 int as_nobody(const std::vector<gid_t> &groups, const std::function<int()> &act);
 

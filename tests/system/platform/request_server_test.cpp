@@ -161,7 +161,9 @@ TEST(request_server, only_root_ourselves_and_the_group_may_ask)
     int server = nt_ipcserver_init2(socket_path.c_str(), record_request);
     chmod(socket_path.c_str(), 0666); // leaves the peer check alone to decide
     chmod(home.c_str(), 0755);
-    auto ask = [] { return static_cast<int>(call_daemon(socket_path.c_str(), 60000, {10, "m", nullptr, nullptr, 0}, nullptr)); };
+    auto ask = [] {
+        return static_cast<int>(call_daemon(socket_path.c_str(), 60000, {10, "m", nullptr, nullptr, 0}, nullptr));
+    };
     calls.clear();
     EXPECT_EQ(serve_during(server, [&] { return as_nobody({}, ask); }), request_refused);
     EXPECT_TRUE(calls.empty());
