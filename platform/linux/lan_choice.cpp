@@ -13,12 +13,29 @@
 #include <netlink/socket.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 
 namespace {
 
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 lan_choice current;
+int current_fitness = 0;
 bool told = false;
+time_t first_look = 0, last_look = 0; // seconds since the box started
+
+// While a box starts, the bridge of its containers may have an address before its LAN has. Later on, one choice is better than
+// the best one.
+bool may_still_change()
+{
+    constexpr time_t settling_seconds = 1800, look_every = 5;
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    first_look = first_look ? first_look : now.tv_sec;
+    if (now.tv_sec - first_look > settling_seconds || now.tv_sec - last_look < look_every)
+        return false;
+    last_look = now.tv_sec;
+    return true;
+}
 
 // All links of the kernel; null when it does not tell.
 std::unique_ptr<nl_cache, released_by<nl_cache_free>> read_links()
@@ -91,7 +108,9 @@ bool has_default_route(const char *name)
     return false;
 }
 
-// 0 for a link that cannot be the LAN.
+// Being called br-lan goes before all else. 0 for a link that cannot be the LAN.
+constexpr int fitness_of_br_lan = 10;
+
 int fitness(nl_cache *links, rtnl_link *link, const ifaddrs *addresses)
 {
     constexpr unsigned excluded = IFF_LOOPBACK | IFF_POINTOPOINT;
@@ -103,18 +122,18 @@ int fitness(nl_cache *links, rtnl_link *link, const ifaddrs *addresses)
     return 1 + (is_kind(link, "bridge") ? 1 : 0) + (leads_to_hardware(links, link) ? 2 : 0);
 }
 
-// As far as the settings do not name one.
-void choose(lan_choice *out)
+// As far as the settings do not name one. Returns how fit it is, 0 for none.
+int choose(lan_choice *out)
 {
     *out = {"", "no interface has a private IPv4 address and no default route"};
     if (if_nametoindex("br-lan")) {
         *out = {"br-lan", "a bridge of that name is the LAN by custom"};
-        return;
+        return fitness_of_br_lan;
     }
     ifaddrs *list = nullptr;
     auto links = read_links();
     if (!links || getifaddrs(&list) != 0)
-        return;
+        return 0;
     std::unique_ptr<ifaddrs, released_by<freeifaddrs>> addresses(list);
     int best = 0, fit = 0;
     for (rtnl_link *link = first_link(links.get()); link; link = link_after(link)) {
@@ -128,6 +147,7 @@ void choose(lan_choice *out)
     if (fit > 0)
         snprintf(out->why, sizeof(out->why), "it has a private IPv4 address and no default route%s",
                  fit > 1 ? ", the first of several by what is below it" : "");
+    return best;
 }
 
 bool is_usable(const lan_choice &choice)
@@ -153,15 +173,19 @@ bool look_for_lan()
 {
     mutex_guard held(lock);
     bool named = strcmp(settings().lan_interface, "auto") != 0;
-    if (told && (named || is_usable(current)))
+    bool keep = told && (named || is_usable(current));
+    if (keep && (named || !may_still_change()))
         return *current.interface != 0;
     lan_choice found = {};
+    int fit = 0;
     if (named) {
         memcpy(found.interface, settings().lan_interface, sizeof(found.interface));
         snprintf(found.why, sizeof(found.why), "the settings name it");
     } else {
-        choose(&found);
+        fit = choose(&found);
     }
+    if (keep && fit <= current_fitness)
+        return true;
     // An interface without its address is better than none: the address may come back.
     if (!*found.interface && if_nametoindex(current.interface))
         return true;
@@ -169,5 +193,6 @@ bool look_for_lan()
         fprintf(stderr, "appident: %s%s: %s\n", *found.interface ? "the LAN is " : "no LAN yet", found.interface, found.why);
     told = true;
     current = found;
+    current_fitness = fit;
     return *current.interface != 0;
 }

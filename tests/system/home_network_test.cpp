@@ -93,9 +93,7 @@ bool join(host *one, const std::string &port)
            run(inside(*one, "ip link set eth0 up"));
 }
 
-// The LAN, and a way to the world that must not be taken for it.
-pid_t dhcp_server = -1;
-
+// The LAN, which has no address yet, a lesser one, and a way to the world that must not be taken for it.
 bool make_home()
 {
     std::ofstream("/tmp/take-lease") << "#!/bin/sh\n[ \"$1\" = bound ] || exit 0\n"
@@ -104,14 +102,25 @@ bool make_home()
     std::filesystem::permissions("/tmp/take-lease", std::filesystem::perms::all);
     std::filesystem::create_directories("/var/lib/misc");
     for (const char *command :
-         {"ip link set lo up", "ip link add home0 type bridge", "ip addr add 192.168.77.1/24 dev home0", "ip link set home0 up",
-          "ip link add wan0 type dummy || ip link add wan0 type veth peer name world0", "ip addr add 10.0.0.2/24 dev wan0",
-          "ip link set wan0 up", "ip route add default via 10.0.0.1", "ip addr add fd00:77::1/64 dev home0 nodad"})
+         {"ip link set lo up", "ip link add lesser0 type dummy || ip link add lesser0 type veth peer name below0",
+          "ip addr add 192.168.88.1/24 dev lesser0", "ip link set lesser0 up", "ip link add home0 type bridge",
+          "ip link set home0 up", "ip link add wan0 type dummy || ip link add wan0 type veth peer name world0",
+          "ip addr add 10.0.0.2/24 dev wan0", "ip link set wan0 up", "ip route add default via 10.0.0.1",
+          "ip addr add fd00:77::1/64 dev home0 nodad"})
         if (!run(command))
             return false;
     // Only to save time, and only where it may be set: how long the kernel believes in a neighbour.
     for (const char *family : {"ipv4", "ipv6"})
         run(std::string("echo 2000 >/proc/sys/net/") + family + "/neigh/home0/base_reachable_time_ms");
+    return true;
+}
+
+pid_t dhcp_server = -1;
+
+bool give_the_lan_its_address()
+{
+    if (!run("ip addr add 192.168.77.1/24 dev home0"))
+        return false;
     dhcp_server = start({"dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--interface=home0",
                          "--bind-interfaces", "--dhcp-range=192.168.77.50,192.168.77.150,1h", "--dhcp-authoritative",
                          "--no-ping", "--user=root", "--pid-file"});
@@ -200,6 +209,8 @@ protected:
         for (size_t i = 0; i < std::size(hosts); ++i)
             ASSERT_TRUE(join(&hosts[i], "port" + std::to_string(i))) << text_of("/tmp/home.log");
         daemon = start_with_fast_clock();
+        ASSERT_TRUE(comes_true(60, [] { return times_in(text_of("/tmp/daemon.err"), "the LAN is lesser0") == 1; }));
+        ASSERT_TRUE(give_the_lan_its_address()) << text_of("/tmp/home.log");
         ASSERT_TRUE(comes_true(60, daemon_serves)) << text_of("/tmp/daemon.err");
         for (const host &one : hosts)
             ASSERT_TRUE(ask_for_address(one)) << text_of("/tmp/home.log");
@@ -227,7 +238,9 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_EQ(listed(hosts[0].mac, "name_from") + " " + listed(hosts[0].mac, "private_mac"), "lease false");
     EXPECT_EQ(listed(hosts[3].mac, "private_mac"), "true");
     EXPECT_EQ(member(cJSON_GetObjectItem(ask(request_list_devices).get(), "lan"), "interface"), "home0");
-    EXPECT_EQ(times_in(text_of("/tmp/daemon.err"), "the LAN is home0"), 1u);
+    EXPECT_EQ(
+        times_in(text_of("/tmp/daemon.err"), "the LAN is home0: it has a private IPv4 address and no default route, the first"),
+        1u);
 
     // Seen, not tracked, until somebody gives a role.
     const host &tablet = hosts[0], &telly = hosts[4];
