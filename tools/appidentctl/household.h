@@ -19,7 +19,7 @@
 struct known_device {
     std::string mac;     // MAC text
     std::string name;    // may be empty
-    std::string address; // IPv4, may be empty
+    std::string address; // may be empty
     int role = 0;
     bool on_line = false;
     time_t on_line_since = 0; // epoch seconds, 0: not known
