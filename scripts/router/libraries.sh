@@ -86,3 +86,12 @@ prepare_target() {
   build_googletest "$root" "$target"
   touch "$root/ready"
 }
+
+# prepare_feed ROOT ARCHITECTURE: the libraries of appident-feed, and what those need at run time, where Debian has them.
+prepare_feed() {
+  local root=$1 packages=(libpcap0.8 libpcap0.8-dev libssl3 libssl-dev libdbus-1-3 libdbus-1-dev libsystemd0 libcap2 libgcrypt20
+    libgpg-error0 liblz4-1 liblzma5 libzstd1)
+  [[ -e $root/feed-ready ]] && return
+  fetch_packages "$root" "${packages[@]/%/:$2}"
+  touch "$root/feed-ready"
+}
