@@ -328,7 +328,8 @@ void print_first_steps(const evidence &seen)
         {std::any_of(seen.known.devices.begin(), seen.known.devices.end(),
                      [](const known_device &one) { return one.role > 0; }),
          "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
-        {seen[counter_hits_tracked] > 0, "use a watched device for some minutes, and see 'appidentctl today'"},
+        {seen[counter_hits_tracked] > 0,
+         "use a watched device for some minutes, and see appident-home's page (port 8480 of this box) or 'appidentctl today'"},
     };
     bool any = false;
     for (const auto &one : steps) {
