@@ -69,7 +69,7 @@ function editor(device, head) {
   const name_now = device.name_from === "none" ? "" : device.name;
   const called = h("input", {
     value: name_now,
-    maxlength: "63",
+    maxlength: "32",
     placeholder: device.name,
     input: () => changed(),
     "aria-label": t("devices.name_of", { name: device.name }),

@@ -89,7 +89,7 @@ function edit_row(limit, changed) {
       class: id,
       on: box.checked,
       minutes: !box.checked ? 0 : by_minutes(id) ? +minutes.value : limit.minutes || usual[id],
-      apps: by_apps(id) && box.checked ? kept : [],
+      apps: by_apps(id) && box.checked ? kept : limit.apps,
     };
   };
   row.box = h(
@@ -122,10 +122,13 @@ function read_row(limit) {
   );
 }
 
-// Where the daemon's count is another one than the day's sums.
+// Where the daemon's count is another one than the day's sums: something was used before it began.
 function count_note(mac) {
   const begun = (home.status.counts_began || []).find((one) => one.device === mac);
-  return begun ? h("p", { class: "note" }, t(`limits.count_began.${begun.why}`, { time: moment_text(begun.time, today()) })) : null;
+  const differs = (day) => day.day !== today() || day.sessions.some((one) => one.device === mac && one.start < begun.time);
+  return begun && home.timeline && differs(home.timeline)
+    ? h("p", { class: "note" }, t(`limits.count_began.${begun.why}`, { time: moment_text(begun.time, today()) }))
+    : null;
 }
 
 async function save(mac, rows) {

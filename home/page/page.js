@@ -104,7 +104,10 @@ async function show_view(again) {
   await add_rest();
   redraw(first_parts);
   await reload(later_parts);
-  if (location.hash.length > 1 && !again) (document.getElementById(location.hash.slice(1)) || main).scrollIntoView();
+  if (again || location.hash.length < 2) return;
+  const place = document.getElementById(location.hash.slice(1)) || main;
+  place.scrollIntoView();
+  if (place === main) main.focus();
 }
 
 async function enter() {

@@ -43,10 +43,18 @@ function database_table(database) {
   return table(
     t("technician.database"),
     [t("head.fact"), t("head.value")],
-    Object.entries(database).map(([key, value]) => [
-      h("code", {}, key),
-      key === "bytes" ? bytes_text(value) : typeof value === "number" ? number_text(value) : `${value}`,
-    ]),
+    Object.entries(database)
+      .filter(([, value]) => value !== "")
+      .map(([key, value]) => [
+        h("code", {}, key),
+        key === "bytes"
+          ? bytes_text(value)
+          : key === "kept_since"
+            ? moment_text(value, today())
+            : typeof value === "number"
+              ? number_text(value)
+              : `${value}`,
+      ]),
   );
 }
 

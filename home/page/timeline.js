@@ -27,14 +27,14 @@ function span(from, to, day, attributes, ...children) {
 // The day, with `from` and `to`: what is drawn of it.
 function drawn_part(day) {
   const hour = 3600;
-  const least = 4 * hour;
+  const least = 2 * hour;
   if (zoom !== "use" || day.sessions.length + day.alerts.length === 0) return { ...day, from: day.start, to: day.end };
   const now = router_now();
   const begins = Math.min(...day.sessions.map((one) => one.start), ...day.alerts.map((one) => one.time));
   const ends = Math.max(...day.sessions.map(session_end), ...day.alerts.map((one) => one.time), now < day.end ? now : 0);
-  const wanted_from = Math.max(day.start, Math.floor(begins / hour) * hour);
-  const to = Math.min(day.end, Math.max(Math.ceil((ends + 600) / hour) * hour, wanted_from + least));
-  return { ...day, from: Math.max(day.start, Math.min(wanted_from, to - least)), to };
+  const from = Math.floor(begins / hour) * hour;
+  const to = Math.max(Math.ceil((ends + 600) / hour) * hour, day.start + least);
+  return { ...day, from: Math.max(day.start, Math.min(from, to - least)), to: Math.min(day.end, to) };
 }
 
 // Epochs at which the router's clock shows a round time. On the day that has an hour twice, so has the scale.
