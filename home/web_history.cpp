@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <stdlib.h>
+#include <time.h>
 #include <tuple>
 
 namespace {
@@ -33,6 +34,25 @@ int64_t query_number(const web_request &asked, const char *name, int64_t otherwi
 {
     std::string text = query_value(asked, name);
     return text.empty() ? otherwise : std::min<int64_t>(std::max(strtoll(text.c_str(), nullptr, 10), 0ll), most);
+}
+
+// How far the box's clock is ahead of UTC during the day: at its start, and from each change of it on.
+void add_clock(cJSON *root, int64_t start, int64_t end)
+{
+    constexpr int64_t step = 900; // clocks change at full quarters of an hour
+    cJSON *list = cJSON_AddArrayToObject(root, "clock");
+    long last = 0;
+    for (int64_t at = start; at < end; at += step) {
+        time_t moment = static_cast<time_t>(at);
+        tm local = {};
+        localtime_r(&moment, &local);
+        if (at > start && local.tm_gmtoff == last)
+            continue;
+        last = local.tm_gmtoff;
+        cJSON *item = add_item(list);
+        add_number(item, "from", at);
+        add_number(item, "ahead_seconds", last);
+    }
 }
 
 void add_class_rows(cJSON *rows, const std::vector<use_row> &use, const known_names &known)
@@ -119,6 +139,7 @@ void answer_timeline(web_request *asked, web_answer *answer)
     add_text(body.get(), "day", day_text(day));
     add_number(body.get(), "start", start);
     add_number(body.get(), "end", end);
+    add_clock(body.get(), start, end);
     cJSON *devices = cJSON_AddArrayToObject(body.get(), "devices");
     for (const auto &entry : known.devices) {
         cJSON *item = add_item(devices);

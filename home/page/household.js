@@ -41,7 +41,6 @@ const asks = {
     const another_day = home.status && home.status.day !== status.day;
     home.status = status;
     home.heard = performance.now();
-    learn_day(status.day, status.day_start, status.day_end);
     learn_zone(status.time_zone);
     if (another_day) reload(["day", "today", "week"]);
   },
@@ -62,7 +61,7 @@ const asks = {
       get(`use?by=app${day ? `&from=${day}&to=${day}` : ""}`),
     ]);
     if (day !== home.day) return; // another one was chosen meanwhile
-    learn_day(timeline.day, timeline.start, timeline.end);
+    learn_day(timeline);
     Object.assign(home, { timeline, day_use: use.rows });
     if (!day) home.today_use = use.rows;
   },

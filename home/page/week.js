@@ -57,7 +57,7 @@ function chart(days, by_day) {
       lines
         .slice()
         .reverse()
-        .map((at) => h("span", {}, minutes_text(at))),
+        .map((at) => h("span", {}, at ? short_time(at) : "0")),
     ),
     svg(
       "svg",
