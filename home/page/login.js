@@ -50,7 +50,7 @@ export async function first_run(main) {
         h(
           "code",
           {},
-          command.split(" -").map((word, i) => h("span", { class: "nowrap" }, i ? ` -${word}` : word)),
+          command.split(" -").map((word, i) => [i ? " " : "", h("span", { class: "nowrap" }, i ? `-${word}` : word)]),
         ),
         button(t("first.copy"), () => copy(command)),
       ),
