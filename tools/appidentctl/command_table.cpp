@@ -167,8 +167,8 @@ int run_help(const call &what)
     return exit_done;
 }
 
-int run_version(const call &)
+int run_version(const call &what)
 {
-    puts("appidentctl " APPIDENT_VERSION);
+    puts(given(what.line, option_json) ? "{\"version\":\"" APPIDENT_VERSION "\"}" : "appidentctl " APPIDENT_VERSION);
     return exit_done;
 }

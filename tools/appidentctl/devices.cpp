@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr size_t longest_ipv4 = 15;
+
 const current_app *app_of(const std::vector<current_app> &apps, const std::string &mac)
 {
     auto found = std::find_if(apps.begin(), apps.end(), [&](const current_app &one) { return one.mac == mac; });
@@ -77,9 +79,13 @@ int run_devices(const call &what)
         print_as_json(known, apps, sums);
         return code;
     }
-    text_table table = {
-        {{"DEVICE", false, true}, {"ADDRESS"}, {"ROLE", false, true}, {"ON LINE"}, {"APP NOW", false, true}, {"TODAY", true}},
-        {}};
+    text_table table = {{{"DEVICE", false, true},
+                         {"ADDRESS", false, true, longest_ipv4, true},
+                         {"ROLE", false, true, 8, true},
+                         {"ON LINE"},
+                         {"APP NOW", false, true},
+                         {"TODAY", true}},
+                        {}};
     bool any_private = false;
     for (const known_device &one : known.devices) {
         const current_app *app = app_of(apps, one.mac);

@@ -211,13 +211,13 @@ int run_history(const call &what)
     json_tree report;
     history_outcome outcome = read_history(what.line, {view.from, view.until}, true, &report);
     if (outcome == history_not_installed)
-        fputs(
-            "appidentctl: no history is kept: appident-home is not installed. Install the package appident-home; it keeps the\n"
-            "history from then on. 'appidentctl today' tells what the daemon's own pushes still hold.\n",
-            stderr);
+        fputs("appidentctl: no history is kept: appident-home is not installed.\n"
+              "Install the package appident-home; it keeps the history from then on.\n"
+              "'appidentctl today' tells what the daemon's own pushes still hold.\n",
+              stderr);
     else if (outcome == history_unreadable)
-        fputs("appidentctl: the history cannot be read. It is for root and for the group appident-home, and begins when\n"
-              "appident-home has been started.\n",
+        fputs("appidentctl: the history cannot be read. It is for root and the group\n"
+              "appident-home, and begins when appident-home has been started.\n",
               stderr);
     if (outcome != history_read)
         return exit_unreachable;

@@ -82,7 +82,8 @@ void print_limits(const subject &about, const json_answer &stored)
         printf("%s has no limits stored.\n", printable(device_name(about.known, about.mac)).c_str());
         return;
     }
-    text_table table = {{{"CLASS", true}, {"NAME"}, {"STATE"}, {"MINUTES", true}, {"APPS", false, true}}, {}};
+    text_table table = {
+        {{"CLASS", true, false, 0, true}, {"NAME", false, true}, {"STATE"}, {"MINUTES", true}, {"APPS", false, true}}, {}};
     const cJSON *limit = nullptr;
     cJSON_ArrayForEach(limit, limits_of(stored)) {
         u32 class_type = static_cast<u32>(json_number(limit, "class_type", 0));

@@ -10,8 +10,7 @@
 
 namespace {
 
-constexpr size_t gap = 2;       // blanks between columns
-constexpr size_t least_cut = 8; // no column is cut to less
+constexpr size_t gap = 2; // blanks between columns
 constexpr const char *cut_mark = "…";
 
 // Without a UTF-8 locale in the system nothing is known of characters but where they begin: each is then taken as printable and
@@ -92,21 +91,45 @@ size_t screen_width()
     return isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col ? size.ws_col : SIZE_MAX;
 }
 
-// Takes from the widest column that may be cut until the whole fits or nothing may be cut further.
-void fit(const std::vector<table_column> &columns, std::vector<size_t> &widths)
+// Takes from the widest column that may be cut until the whole fits, which is true then, or nothing may be cut further.
+bool fit(const std::vector<table_column> &columns, std::vector<size_t> &widths)
 {
     size_t screen = screen_width();
     for (;;) {
         size_t whole = 0, widest = columns.size();
         for (size_t i = 0; i < columns.size(); i++) {
             whole += widths[i] + (i ? gap : 0);
-            if (columns[i].may_cut && widths[i] > least_cut && (widest == columns.size() || widths[i] > widths[widest]))
+            if (columns[i].may_cut && widths[i] > columns[i].least && (widest == columns.size() || widths[i] > widths[widest]))
                 widest = i;
         }
         if (whole <= screen || widest == columns.size())
-            return;
+            return whole <= screen;
         widths[widest]--;
     }
+}
+
+// Leaves out the last column that may go; false when none may.
+bool drop_column(text_table *table)
+{
+    for (size_t i = table->columns.size(); i-- > 0;) {
+        if (!table->columns[i].may_go)
+            continue;
+        auto place = static_cast<std::ptrdiff_t>(i);
+        table->columns.erase(table->columns.begin() + place);
+        for (std::vector<std::string> &row : table->rows)
+            row.erase(row.begin() + place);
+        return true;
+    }
+    return false;
+}
+
+std::vector<size_t> widths_of(const text_table &table)
+{
+    std::vector<size_t> widths(table.columns.size(), 0);
+    for (const std::vector<std::string> &row : table.rows)
+        for (size_t i = 0; i < row.size(); i++)
+            widths[i] = std::max(widths[i], width_of(row[i]));
+    return widths;
 }
 
 void print_row(const text_table &table, const std::vector<size_t> &widths, const std::vector<std::string> &row)
@@ -149,11 +172,9 @@ void print_table(const text_table &table)
         for (const std::string &cell : row)
             clean.rows.back().push_back(printable(cell));
     }
-    std::vector<size_t> widths(table.columns.size(), 0);
+    std::vector<size_t> widths = widths_of(clean);
+    while (!fit(clean.columns, widths) && drop_column(&clean))
+        widths = widths_of(clean);
     for (const std::vector<std::string> &row : clean.rows)
-        for (size_t i = 0; i < row.size(); i++)
-            widths[i] = std::max(widths[i], width_of(row[i]));
-    fit(table.columns, widths);
-    for (const std::vector<std::string> &row : clean.rows)
-        print_row(table, widths, row);
+        print_row(clean, widths, row);
 }

@@ -9,6 +9,8 @@ struct table_column {
     const char *heading;
     bool right = false;   // right-justified, as numbers are
     bool may_cut = false; // its cells may be cut, with "…" at the end, where the terminal is too narrow
+    size_t least = 8;     // but not to less than this
+    bool may_go = false;  // it is left out where cutting alone does not do
 };
 
 struct text_table {

@@ -132,7 +132,7 @@ int run_today(const call &what)
     if (sums.complete > sums.begin)
         printf("Counted from the %s since %s; what was before is not kept.\n", kept ? "history" : "pushes",
                time_text(sums.complete).c_str());
-    puts("The daemon's own count, which limits go by, begins anew at 23:00 and at midnight, when it starts, and when a device\n"
-         "has left.");
+    puts("The daemon's own count, which limits go by, begins anew at 23:00 and at\n"
+         "midnight, when it starts, and when a device has left.");
     return code;
 }

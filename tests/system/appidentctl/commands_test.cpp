@@ -26,7 +26,7 @@ TEST_F(tool, tells_wrong_command_lines_from_refusals_and_absence)
         const char *words;
     } cases[] = {
         {"--version", 0, "appidentctl 1."},
-        {"version", 0, "appidentctl 1."},
+        {"version --json", 0, R"({"version":"1.)"},
         {"limits --help", 0, "--others-off"},
         {"help limits", 0, "--others-off"},
         {"frob", 2, "'frob' is no command"},

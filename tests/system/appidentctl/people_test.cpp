@@ -52,6 +52,9 @@ TEST_F(tool, fits_tables_to_the_terminal)
               "DEVICE          ADDRESS  ROLE                 ON LINE   APP NOW      TODAY\n"
               "小明的平板电脑  -        watched with limits  on line   1001 Video  12 min\n"
               "A?b             -        not watched          off line  -                -\n");
+    EXPECT_EQ(run("devices", "COLUMNS=40").words, "DEVICE      ON LINE   APP NOW      TODAY\n"
+                                                  "小明的平…   on line   1001 Video  12 min\n"
+                                                  "A?b         off line  -                -\n");
     EXPECT_EQ(
         run("apps --all --json").words,
         R"({"apps":[{"mac":"A8-00-00-00-00-01","device":"小明的平板电脑","app_id":1001,"app":"Video","since":1700000000,"minutes":12}]})"
