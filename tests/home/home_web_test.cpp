@@ -337,6 +337,9 @@ TEST_F(home_web, changes_what_the_daemon_keeps)
                         write("PUT", payments, "{\"payments\":{\"weixin\":false}}", "Ada")),
               "");
     EXPECT_EQ(faults_of(document, "/api/v1/limits/{mac}", "get", ask("/api/v1/" + limits, "", "Ada")), "");
+    // The daemon has only just begun to count.
+    std::string status = ask("/api/v1/status", "", "Ada").text;
+    EXPECT_NE(status.find("\"counts_began\":[{\"device\":\"AA-BB-CC-DD-EE-01\",\"time\":"), std::string::npos) << status;
     std::string tool = std::string("APPIDENT_PLATFORM_SETTINGS=") + settings_path + " " TOOL " ";
     EXPECT_EQ(output_of(tool + "limits 'Mias Tafel'"), "CLASS  NAME              STATE  MINUTES  APPS\n"
                                                        "    1  games             off          0  -\n"
