@@ -212,7 +212,7 @@ TEST_F(home_mqtt, home_automation_finds_the_devices_and_may_set_limits)
 TEST_F(home_mqtt, no_push_is_lost_and_nobody_waits_for_the_broker)
 {
     constexpr int pushes = 2000;
-    int page = 0, silent = 0;
+    int page = 0;
     {
         fd_guard taken(listen_on_loopback(&page));
     }
@@ -224,9 +224,9 @@ TEST_F(home_mqtt, no_push_is_lost_and_nobody_waits_for_the_broker)
         write_spool();
     };
     auto numbers = [&] {
-        std::set<std::string> all;
+        std::set<int> all;
         for (const heard_message &one : heard(topic + "push"))
-            all.insert(text_in(json_tree(cJSON_Parse(one.text.c_str())), {"seq"}));
+            all.insert(atoi(one.text.c_str() + one.text.find("\"seq\":") + 6));
         return all.size();
     };
     std::string own = R"("listen":"127.0.0.1","port":)" + std::to_string(page) + "," + settings("");
@@ -235,8 +235,15 @@ TEST_F(home_mqtt, no_push_is_lost_and_nobody_waits_for_the_broker)
     begin(own);
     say_some(pushes / 4);
     ASSERT_TRUE(comes_true([&] { return numbers() == pushes / 4; }));
-    end_child(&broker); // killed
+    // Given to a broker that does not answer any more; then both are killed.
+    kill(broker.id, SIGSTOP);
     say_some(pushes / 4);
+    std::string web = "curl -s -f http://127.0.0.1:" + std::to_string(page);
+    EXPECT_TRUE(comes_true([&] { return output_of(web + "/metrics | grep 'mqtt_pushes_waiting [1-9]'") != ""; }));
+    output_of("sleep 2"); // more than the commit interval: what was noted wrongly would be kept
+    end_child(&program);
+    end_child(&broker);
+    begin(own);
     // What stands at its place accepts connections and never says a word.
     {
         fd_guard hanging(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -245,17 +252,20 @@ TEST_F(home_mqtt, no_push_is_lost_and_nobody_waits_for_the_broker)
         setsockopt(hanging.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
         ASSERT_EQ(bind(hanging.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
         ASSERT_EQ(listen(hanging.get(), 8), 0);
+        fcntl(hanging.get(), F_SETFL, O_NONBLOCK);
+        EXPECT_TRUE(comes_true([&] { return output_of(web + "/healthz") != ""; }));
         std::vector<double> times;
-        for (int i = 0; i < 40; ++i)
-            times.push_back(atof(output_of("curl -s -f -o /dev/null -w '%{time_total}\n' http://127.0.0.1:" +
-                                           std::to_string(page) + "/healthz; sleep 0.05")
-                                     .c_str()));
+        for (int i = 0; i < 40; ++i) {
+            std::string said = output_of(web + "/healthz -o /dev/null -w '%{http_code} %{time_total}'; sleep 0.05");
+            EXPECT_EQ(said.substr(0, 4), "200 ");
+            times.push_back(atof(said.c_str() + std::min<size_t>(said.size(), 4)));
+        }
         std::sort(times.begin(), times.end());
-        EXPECT_GT(times.front(), 0);
         EXPECT_LT(times[times.size() / 2], 0.1);
         RecordProperty("median_ms", static_cast<int>(times[times.size() / 2] * 1000));
-        silent = accept4(hanging.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        EXPECT_GE(silent, 0); // it had connected meanwhile
+        int silent = -1; // the program comes to it sooner or later
+        EXPECT_TRUE(
+            comes_true([&] { return (silent = accept4(hanging.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0; }));
         close(silent);
     }
     end_child(&program); // killed too, and the spool rotated meanwhile
