@@ -10,8 +10,9 @@
 
 template <typename condition> bool comes_true(int seconds, condition holds)
 {
-    // What has been seen once counts: a second look may come when it is gone again.
-    for (int i = 0; i < seconds * 100; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+    // What has been seen once counts: a second look may come when it is gone again. A look may take long.
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    for (; std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
         if (holds())
             return true;
     }
