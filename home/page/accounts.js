@@ -67,6 +67,7 @@ function new_account() {
         const body = { kind: kind.value, password: password.value, person: kind.value === "child" ? person.value : "" };
         if (!(await done(() => send(`accounts/${encodeURIComponent(called.value.trim())}`, body), t("saved")))) return;
         made.reset();
+        whose.hidden = kind.value !== "child";
         await reload(["accounts"]);
       },
     },

@@ -48,6 +48,7 @@ export function button(text, click, kind = "") {
 
 export function option(value, text, chosen) {
   const made = h("option", { value }, text);
+  made.defaultSelected = chosen; // so that a form that is reset comes back to it
   made.selected = chosen;
   return made;
 }

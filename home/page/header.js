@@ -1,7 +1,7 @@
 // Above and below everything: how fresh the data is, language, light or dark, who is logged in.
 import { put as send, post } from "./api.js";
 import { h, put, option, button, name, tell } from "./dom.js";
-import { home, kind, router_now, today } from "./household.js";
+import { home, kind, router_now, today, was_here } from "./household.js";
 import { t, seconds_text, error_text, store, stored, remember_language } from "./text.js";
 import { moment_text } from "./time.js";
 
@@ -50,6 +50,7 @@ function draw_account() {
 async function leave() {
   try {
     await post("logout", {});
+    store(was_here, "");
   } catch (error) {
     tell(error_text(error), true);
   }

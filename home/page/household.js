@@ -22,6 +22,9 @@ export const home = {
   accounts: [],
 };
 
+// Kept in the browser while somebody is logged in; then data is asked for together with the session.
+export const was_here = "appident-logged-in";
+
 export const kind = () => (home.session && home.session.account ? home.session.account.kind : "");
 export const may_change = () => kind() === "parent";
 export const today = () => (home.status ? home.status.day : "");

@@ -15,6 +15,7 @@ import {
   on_failure,
   redraw,
   reload,
+  was_here,
 } from "./household.js";
 import { now_section } from "./now.js";
 import { timeline_section } from "./timeline.js";
@@ -23,7 +24,6 @@ import { t, store, stored, use_language, wanted_language } from "./text.js";
 const main = document.getElementById("main");
 const places = document.getElementById("places");
 let stop_following = null;
-const was_here = "appident-logged-in"; // on this browser; then data is asked for together with the session
 let first_time = false; // the account was made while the page waited
 
 function draw_places(ids) {
