@@ -42,6 +42,8 @@ attack_row replace_at_run_time();
 attack_row start_once_more();
 attack_row flood_the_channel();
 attack_row send_many_limits();
+attack_row kill_while_saving();
 attack_row leave_hostile_files();
+attack_row complete_a_hostile_roster();
 
 #endif

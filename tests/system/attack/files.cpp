@@ -1,4 +1,4 @@
-// Attacks on what the daemon keeps and reads: files that make no sense.
+// Attacks on what the daemon keeps and reads: kills while it saves, files that make no sense, names that run commands.
 #include "tests/system/attack/attack.h"
 
 #include "common/guards.h"
@@ -9,13 +9,19 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <set>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
+constexpr int speed = 600;
 constexpr int request_timeout_ms = 10000;
 
 const std::string &mac()
@@ -91,6 +97,33 @@ const struct {
 
 } // namespace
 
+attack_row kill_while_saving()
+{
+    constexpr int kills = 120;
+    std::minstd_rand draw;
+    u32 minutes = 0, acknowledged = 0;
+    int torn = 0, lost = 0, silent = 0;
+    std::filesystem::remove_all(std::string(state_directory) + "/config");
+    for (int i = 0; i <= kills; i++) {
+        child_process daemon(start_fast_daemon(speed));
+        silent += !daemon_answers();
+        std::multiset<u32> stored = stored_minutes();
+        torn += i > 0 && (stored.size() != 5 || *stored.begin() != *stored.rbegin());
+        lost += i > 0 && (stored.empty() || *stored.begin() < acknowledged);
+        std::thread saver([&] {
+            while (save(minutes + 1))
+                acknowledged = ++minutes;
+            ++minutes; // may be stored, or not
+        });
+        usleep(2000 + static_cast<unsigned>(draw() % 20000));
+        kill(daemon.pid, SIGKILL);
+        saver.join();
+    }
+    return {"killed while saving five classes", std::to_string(kills) + " kills, " + std::to_string(acknowledged) + " saves",
+            std::to_string(torn) + " torn, " + std::to_string(lost) + " acknowledged lost",
+            torn == 0 && lost == 0 && silent == 0 && acknowledged > kills};
+}
+
 attack_row leave_hostile_files()
 {
     std::filesystem::remove_all(std::string(state_directory) + "/config");
@@ -122,4 +155,34 @@ attack_row leave_hostile_files()
     return {"hostile config, roster, catalogue", std::to_string(tried) + " files",
             std::to_string(missed) + " stopped or bricked; memory grew by " + std::to_string(grown) + " KiB",
             stands && missed == 0 && grown < 8192};
+}
+
+attack_row complete_a_hostile_roster()
+{
+    const std::string owned = "/tmp/household/owned";
+    std::string entries;
+    for (const std::string &text :
+         std::vector<std::string>{"$(touch " + owned + ")", "`touch " + owned + "`", "; touch " + owned + " ;",
+                                  "AA-BB-CC-DD-EE-FF$(touch " + owned + ")", "*", "a\\\" b"})
+        entries += ",{\"mac\":\"" + text + "\",\"role\":1,\"name\":\"" + text + "\"}";
+    std::ofstream(std::string(state_directory) + "/roster.json")
+        << "{\"devices\":[{\"mac\":\"" + mac() + "\",\"role\":1,\"name\":\"phone\"}" + entries + "]}";
+    int tried = 0, missed = 0;
+    for (const char *words : {"apps", "limits", "payments", "apps --devices", "limits --set", "devices", "today"}) {
+        std::string script = "PATH=" TOOL_DIRECTORY ":$PATH; source " SOURCE_DIR
+                             "/packaging/completion/appidentctl; COMP_WORDS=(appidentctl " +
+                             std::string(words) +
+                             " ''); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+                             "\"$(complete -p appidentctl | sed 's/.*-F \\([^ ]*\\) .*/\\1/')\"; "
+                             "printf '%s\\n' \"${COMPREPLY[@]}\" >>/tmp/household/offered";
+        std::ofstream("/tmp/household/complete.sh") << script;
+        static_cast<void>(!system("bash /tmp/household/complete.sh >/dev/null 2>&1"));
+        tried++;
+        missed += std::filesystem::exists(owned);
+    }
+    bool works = text_of("/tmp/household/offered").find("phone") != std::string::npos ||
+                 text_of("/tmp/household/offered").find(mac()) != std::string::npos;
+    write_roster(household_devices());
+    return {"completion of a hostile roster", std::to_string(tried) + " completions as root",
+            std::to_string(missed) + " ran a command", missed == 0 && works};
 }

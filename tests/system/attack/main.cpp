@@ -77,8 +77,9 @@ bool daemon_answers()
 
 static bool prepare(char **argv)
 {
-    return make_private_tmp({argv[0], DAEMON_PATH}) && make_lan("192.168.77.1/24") && settle_neighbours(household_devices()) &&
-           write_settings() && write_roster(household_devices()) && write_catalogue({}, now_by_the_clock());
+    return make_private_tmp({argv[0], DAEMON_PATH, SOURCE_DIR}) && make_lan("192.168.77.1/24") &&
+           settle_neighbours(household_devices()) && write_settings() && write_roster(household_devices()) &&
+           write_catalogue({}, now_by_the_clock());
 }
 
 int main(int argc, char **argv)
@@ -95,7 +96,7 @@ int main(int argc, char **argv)
         attack_row (*play)();
     } attacks[] = {{"race", race_for_the_socket}, {"plant", plant_before_the_start}, {"replace", replace_at_run_time},
                    {"second", start_once_more},   {"flood", flood_the_channel},      {"limits", send_many_limits},
-                   {"files", leave_hostile_files}};
+                   {"kill", kill_while_saving},   {"files", leave_hostile_files},    {"completion", complete_a_hostile_roster}};
     std::vector<attack_row> table;
     for (const auto &one : attacks) {
         if (argc > 1 && strcmp(argv[1], one.name) != 0)
