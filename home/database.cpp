@@ -13,12 +13,15 @@ namespace {
 
 constexpr int busy_ms = 3000;
 
+// From the start on: the check reads every page.
+constexpr const char *settings_of_all = "PRAGMA cache_size=-512";
+
 // Each commit is synced (FULL; NORMAL syncs at checkpoints only, days apart at this rate), as no more than the commit interval
 // may be lost with the power. Small pages, as each commit writes whole ones. A batch's pages stay in memory until it is
 // committed; what is freed by "forget" must not be read from the file.
 constexpr const char *settings_of_writers =
     "PRAGMA page_size=1024;PRAGMA journal_mode=WAL;PRAGMA synchronous=FULL;PRAGMA foreign_keys=ON;"
-    "PRAGMA cache_size=-1024;PRAGMA journal_size_limit=1048576;"
+    "PRAGMA journal_size_limit=1048576;"
     "PRAGMA secure_delete=FAST;PRAGMA temp_store=MEMORY";
 
 bool is_damage(int code)
@@ -57,6 +60,9 @@ int try_open(database *db, const database_options &options, std::string *why)
     if (code == SQLITE_OK) {
         sqlite3_extended_result_codes(db->handle, 1);
         sqlite3_busy_timeout(db->handle, busy_ms);
+        code = sqlite3_exec(db->handle, settings_of_all, nullptr, nullptr, nullptr);
+    }
+    if (code == SQLITE_OK) {
         code = check(db->handle);
     }
     if (code == SQLITE_OK && !options.read_only)
