@@ -1,35 +1,16 @@
 #include "home/device_limits.h"
 
-#include "common/sec_plg_common.h"
-#include "home/serve.h"
-#include "platform/linux/client/json_text.h"
+#include "home/daemon_settings.h"
 #include "platform/linux/client/limit_classes.h"
 #include "platform/linux/client/limits_text.h"
-#include "platform/linux/client/request_client.h"
 
 #include <time.h>
 
 namespace {
 
-constexpr int timeout_ms = 300;
 constexpr size_t devices_most = 200;
 
-json_tree ask_for_limits(const household &home, const std::string &mac, request_outcome *outcome)
-{
-    client_request request = {};
-    request.id = APPIDENT_GET_DEVICE_APP_LIST_USE_TIME;
-    request.device = mac.c_str();
-    client_answer answer = {};
-    *outcome = call_daemon(home.truth.socket.c_str(), timeout_ms, request, &answer);
-    return json_tree(*outcome == request_done && answer.text ? parse_json_text(answer.text.get()) : nullptr);
-}
-
-const cJSON *list_in(const json_tree &answer)
-{
-    return cJSON_GetObjectItem(answer.get(), "data");
-}
-
-known_limits read_limits(const cJSON *list)
+known_limits limits_in(const cJSON *list)
 {
     known_limits limits;
     for (const limit_class &one : limit_classes) {
@@ -57,16 +38,14 @@ cJSON *apps_of(const app_names &apps, u32 class_type)
     return list;
 }
 
-// The stored limits with the one changed.
-json_tree with_change(const household &home, const limit_change &wanted, const cJSON *stored)
+// Changes the one within all five.
+void put_change(const household &home, const limit_change &wanted, cJSON *list)
 {
-    json_tree whole = compose_limits(wanted.mac, stored);
-    cJSON *limit = find_limit(list_in(whole), wanted.class_type);
+    cJSON *limit = find_limit(list, wanted.class_type);
     put(limit, "onoff", cJSON_CreateNumber(wanted.to.on ? 1 : 0));
     put(limit, "use_time", cJSON_CreateNumber(static_cast<double>(wanted.to.minutes)));
     if (wanted.to.on && cJSON_GetArraySize(cJSON_GetObjectItem(limit, "appid")) == 0)
         put(limit, "appid", apps_of(home.apps, wanted.class_type));
-    return whole;
 }
 
 std::string words_of(const known_limits &limits, u32 class_type)
@@ -82,38 +61,35 @@ std::string words_of(const known_limits &limits, u32 class_type)
 void refresh_limits(household *home)
 {
     std::map<std::string, known_limits> all;
-    request_outcome outcome = request_done;
     for (const known_device &one : list_devices(&home->all.db)) {
         if (one.role != 1 || all.size() >= devices_most)
             continue;
-        json_tree answer = ask_for_limits(*home, one.mac, &outcome);
-        if (outcome != request_done && outcome != request_refused)
+        json_tree tree;
+        const cJSON *stored = nullptr;
+        if (!read_limits(*home, one.mac, &tree, &stored))
             return; // nobody answers: what was known stays
-        all[one.mac] = read_limits(list_in(answer));
+        all[one.mac] = limits_in(stored);
     }
     home->limits.swap(all);
 }
 
 bool change_limit(household *home, const limit_change &wanted)
 {
-    request_outcome outcome = request_done;
-    json_tree before = ask_for_limits(*home, wanted.mac, &outcome);
-    if (outcome != request_done && outcome != request_refused)
+    json_tree before, after;
+    const cJSON *stored = nullptr;
+    if (!read_limits(*home, wanted.mac, &before, &stored))
         return false;
-    json_tree whole = with_change(*home, wanted, list_in(before));
-    heap_text text(cJSON_PrintUnformatted(whole.get()));
-    client_request request = {};
-    request.id = APPIDENT_SET_DEVICE_APP_LIST_USE_TIME;
-    request.device = wanted.mac.c_str();
-    request.text = text.get();
-    client_answer answer = {};
-    if (call_daemon(home->truth.socket.c_str(), timeout_ms, request, &answer) != request_done)
+    known_limits was = limits_in(stored);
+    json_tree whole = compose_limits(wanted.mac, stored);
+    cJSON *list = cJSON_GetObjectItem(whole.get(), "data");
+    put_change(*home, wanted, list);
+    bool done = write_limits(*home, wanted.mac, list);
+    if (!read_limits(*home, wanted.mac, &after, &stored))
         return false;
-    json_tree after = ask_for_limits(*home, wanted.mac, &outcome);
-    known_limits was = read_limits(list_in(before)), now = read_limits(list_in(after));
+    known_limits now = limits_in(stored);
     home->limits[wanted.mac] = now;
     add_change(&home->all,
                {time(nullptr), wanted.who, wanted.from, wanted.mac, std::string("limit of ") + class_name(wanted.class_type),
                 words_of(was, wanted.class_type), words_of(now, wanted.class_type)});
-    return limits_equal(list_in(whole), list_in(after));
+    return done;
 }

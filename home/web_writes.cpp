@@ -1,7 +1,7 @@
 // Names, roles, persons, limits and payment switches of a device: shown, and changed by parents.
 #include "home/daemon_count.h"
+#include "home/daemon_settings.h"
 #include "home/devices.h"
-#include "home/web_daemon.h"
 #include "home/web_routes.h"
 #include "platform/linux/client/json_text.h"
 #include "platform/linux/client/limit_classes.h"
@@ -137,7 +137,7 @@ bool change_at_daemon(const web_request &asked, const known_device &device, cons
 {
     if (!name && role < 0)
         return true;
-    if (!write_device(asked, device.mac, name, role))
+    if (!write_device(asked.home, device.mac, name, role))
         return false;
     if (name)
         note_change(asked, device.mac, "name", device.name, *name);
@@ -202,7 +202,7 @@ void answer_limits(web_request *asked, web_answer *answer)
     const cJSON *limits = nullptr;
     if (!device)
         return;
-    if (!read_limits(*asked, device->mac, &tree, &limits))
+    if (!read_limits(*asked->home, device->mac, &tree, &limits))
         return refuse(answer, refused_daemon_silent);
     answer_with_limits(*asked, *device, limits, answer);
 }
@@ -218,7 +218,7 @@ void answer_put_limits(web_request *asked, web_answer *answer)
     // The daemon keeps limits of role 1 only.
     if (device->role != 1 || !cJSON_IsArray(given))
         return refuse(answer, refused_bad_request);
-    if (!read_limits(*asked, device->mac, &tree, &limits))
+    if (!read_limits(*asked->home, device->mac, &tree, &limits))
         return refuse(answer, refused_daemon_silent);
     json_tree whole = compose_limits(device->mac, limits);
     cJSON *wanted = cJSON_GetObjectItemCaseSensitive(whole.get(), "data");
@@ -228,7 +228,7 @@ void answer_put_limits(web_request *asked, web_answer *answer)
     }
     if (!limits_fault(wanted).empty())
         return refuse(answer, refused_bad_request);
-    if (!write_limits(*asked, device->mac, wanted))
+    if (!write_limits(*asked->home, device->mac, wanted))
         return refuse(answer, refused_daemon_silent);
     note_change(*asked, device->mac, "limits", summary_of(limits), summary_of(wanted));
     answer_with_limits(*asked, *device, wanted, answer);
@@ -241,7 +241,7 @@ void answer_payments(web_request *asked, web_answer *answer)
     appident_payment_notify_st switches;
     if (!device)
         return;
-    if (!read_payments(*asked, device->mac, &switches))
+    if (!read_payments(*asked->home, device->mac, &switches))
         return refuse(answer, refused_daemon_silent);
     answer_with_payments(switches, answer);
 }
@@ -256,7 +256,7 @@ void answer_put_payments(web_request *asked, web_answer *answer)
         return;
     if (!cJSON_IsObject(given))
         return refuse(answer, refused_bad_request);
-    if (!read_payments(*asked, device->mac, &before))
+    if (!read_payments(*asked->home, device->mac, &before))
         return refuse(answer, refused_daemon_silent);
     after = before;
     for (const payment_switch &one : payment_switches) {
@@ -266,7 +266,7 @@ void answer_put_payments(web_request *asked, web_answer *answer)
         if (wanted)
             after.*one.field = cJSON_IsTrue(wanted);
     }
-    if (!write_payments(*asked, device->mac, after))
+    if (!write_payments(*asked->home, device->mac, after))
         return refuse(answer, refused_daemon_silent);
     note_change(*asked, device->mac, "payments", payments_summary(before), payments_summary(after));
     answer_with_payments(after, answer);
