@@ -21,8 +21,10 @@ std::string dns_chain(const char *hook, const char *interface)
            " != \"lo\" udp sport 53 " + log + "; }\n";
 }
 
-// Behind the firewall's own chains, so that what they drop is not looked at. Of a connection older than its counters `< 13`
-// would log every packet. Only answers of a name server are wanted of what the router itself says and hears.
+// Behind the firewall's own chains, so that what they drop is not looked at. A packet of a long connection is to fail at the
+// first and cheapest comparison: the protocol before it, or a range, costs another tenth of a microsecond each. A connection
+// older than its counters counts 0; without the second comparison all its packets would be logged. Only answers of a name
+// server are wanted of what the router itself says and hears.
 std::string rules()
 {
     std::string log = "log group " + std::to_string(log_group) + " snaplen " + std::to_string(bytes_logged);
@@ -31,9 +33,9 @@ std::string rules()
            "udp sport 53 " +
            log +
            " return\n"
-           "meta l4proto { tcp, udp } ct packets 1-" +
-           std::to_string(packets_logged) + " " + log + "; }\n" + dns_chain("input", "iifname") +
-           dns_chain("output", "oifname") + "}\n";
+           "ct packets <= " +
+           std::to_string(packets_logged) + " ct packets != 0 meta l4proto { tcp, udp } " + log + "; }\n" +
+           dns_chain("input", "iifname") + dns_chain("output", "oifname") + "}\n";
 }
 
 // Adding it first makes the deletion succeed in any case.
