@@ -22,30 +22,14 @@ known_limits limits_in(const cJSON *list)
     return limits;
 }
 
-void put(cJSON *object, const char *key, cJSON *value)
-{
-    cJSON_DeleteItemFromObject(object, key);
-    cJSON_AddItemToObject(object, key, value);
-}
-
-cJSON *apps_of(const app_names &apps, u32 class_type)
-{
-    cJSON *list = cJSON_CreateArray();
-    for (const auto &one : apps.classes)
-        if (limit_class_of(static_cast<u32>(one.second)) == class_type &&
-            cJSON_GetArraySize(list) < static_cast<int>(most_apps_of_a_class))
-            cJSON_AddItemToArray(list, cJSON_CreateNumber(one.first));
-    return list;
-}
-
 // Changes the one within all five.
 void put_change(const household &home, const limit_change &wanted, cJSON *list)
 {
     cJSON *limit = find_limit(list, wanted.class_type);
-    put(limit, "onoff", cJSON_CreateNumber(wanted.to.on ? 1 : 0));
-    put(limit, "use_time", cJSON_CreateNumber(static_cast<double>(wanted.to.minutes)));
+    put_member(limit, "onoff", cJSON_CreateNumber(wanted.to.on ? 1 : 0));
+    put_member(limit, "use_time", cJSON_CreateNumber(static_cast<double>(wanted.to.minutes)));
     if (wanted.to.on && cJSON_GetArraySize(cJSON_GetObjectItem(limit, "appid")) == 0)
-        put(limit, "appid", apps_of(home.apps, wanted.class_type));
+        put_member(limit, "appid", apps_of_class(home.apps, wanted.class_type));
 }
 
 std::string words_of(const known_limits &limits, u32 class_type)
@@ -57,6 +41,22 @@ std::string words_of(const known_limits &limits, u32 class_type)
 }
 
 } // namespace
+
+void put_member(cJSON *object, const char *key, cJSON *value)
+{
+    cJSON_DeleteItemFromObjectCaseSensitive(object, key);
+    cJSON_AddItemToObject(object, key, value);
+}
+
+cJSON *apps_of_class(const app_names &apps, u32 class_type)
+{
+    cJSON *list = cJSON_CreateArray();
+    for (const auto &one : apps.classes)
+        if (limit_class_of(static_cast<u32>(one.second)) == class_type &&
+            cJSON_GetArraySize(list) < static_cast<int>(most_apps_of_a_class))
+            cJSON_AddItemToArray(list, cJSON_CreateNumber(one.first));
+    return list;
+}
 
 void refresh_limits(household *home)
 {

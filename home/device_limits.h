@@ -2,7 +2,10 @@
 #ifndef HOME_DEVICE_LIMITS_H
 #define HOME_DEVICE_LIMITS_H
 
+#include "home/app_names.h"
 #include "igd/igd_types.h"
+
+#include <cjson/cJSON.h>
 
 #include <stdint.h>
 
@@ -22,6 +25,11 @@ using known_limits = std::map<u32, known_limit>;
 
 // Asks the daemon for those of every device of role 1, and keeps them in the household by MAC.
 void refresh_limits(household *home);
+
+// The numbers of the catalogue's apps that a limit of the class counts, as many as the daemon takes. The caller frees it.
+cJSON *apps_of_class(const app_names &apps, u32 class_type);
+// Puts the value in place of the member, or adds it; the object owns it then.
+void put_member(cJSON *object, const char *key, cJSON *value);
 
 struct limit_change {
     std::string mac;

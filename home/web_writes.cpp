@@ -1,6 +1,7 @@
 // Names, roles, persons, limits and payment switches of a device: shown, and changed by parents.
 #include "home/daemon_count.h"
 #include "home/daemon_settings.h"
+#include "home/device_limits.h"
 #include "home/devices.h"
 #include "home/web_routes.h"
 #include "platform/linux/client/json_text.h"
@@ -50,21 +51,6 @@ std::string summary_of(const cJSON *limits)
     return text.empty() ? "none" : text;
 }
 
-void put(cJSON *object, const char *key, cJSON *value)
-{
-    cJSON_DeleteItemFromObjectCaseSensitive(object, key);
-    cJSON_AddItemToObject(object, key, value);
-}
-
-cJSON *apps_of_class(const app_names &known, u32 class_type)
-{
-    cJSON *list = cJSON_CreateArray();
-    for (const auto &entry : known.classes)
-        if (limit_class_of(static_cast<u32>(entry.second)) == class_type)
-            cJSON_AddItemToArray(list, cJSON_CreateNumber(entry.first));
-    return list;
-}
-
 // What the page wants of one class, put into the limit that is stored. False when it makes no sense.
 bool apply_limit(const cJSON *wanted, cJSON *stored, const app_names &known)
 {
@@ -76,15 +62,15 @@ bool apply_limit(const cJSON *wanted, cJSON *stored, const app_names &known)
     const limit_class &about = limit_classes[class_type - 1];
     cJSON *limit = find_limit(stored, about.class_type);
     bool is_wanted = on ? cJSON_IsTrue(on) : minutes > 0;
-    put(limit, "onoff", cJSON_CreateNumber(is_wanted));
+    put_member(limit, "onoff", cJSON_CreateNumber(is_wanted));
     if (minutes >= 0)
-        put(limit, "use_time", cJSON_CreateNumber(static_cast<double>(minutes)));
+        put_member(limit, "use_time", cJSON_CreateNumber(static_cast<double>(minutes)));
     if (is_wanted && about.by_minutes && minutes_of(limit) == 0)
         return false;
     if (apps)
-        put(limit, "appid", cJSON_Duplicate(apps, true));
+        put_member(limit, "appid", cJSON_Duplicate(apps, true));
     else if (is_wanted && about.by_app && cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(limit, "appid")) == 0)
-        put(limit, "appid", apps_of_class(known, about.class_type));
+        put_member(limit, "appid", apps_of_class(known, about.class_type));
     return true;
 }
 
