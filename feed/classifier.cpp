@@ -8,6 +8,8 @@ namespace {
 constexpr uint16_t dns_port = 53;
 constexpr uint16_t first_client_port = 1024;
 constexpr uint64_t untracked_us = interval_us + interval_us / 2;
+// By then a packet that was to be shown has come.
+constexpr uint64_t longest_delay_us = 1000000;
 
 mac_address mac_of(const uint8_t (&bytes)[6])
 {
@@ -253,33 +255,35 @@ void classifier::note_packet(flow *one, const ip_packet &ip, direction way)
         one->closed = static_cast<uint8_t>(one->closed | (is_up ? flow_closed_by_device : flow_closed_by_server));
 }
 
-void classifier::count_flow(const flow_key &key, uint64_t up_bytes, uint64_t down_bytes, bool began_outside, uint64_t time_us)
+void classifier::count_flow(const flow_key &key, const flow_count &count, uint64_t time_us)
 {
     advance(time_us);
     flow *one = flows.find(key);
     if (!one) {
         // Its first packets were not seen. Connections that never carried anything need no record.
-        if (up_bytes == 0 || down_bytes == 0)
+        if (count.up_bytes == 0 || count.down_bytes == 0)
             return;
         one = new_flow(key, device_for(key.device, time_us), time_us);
-        one->from_outside = began_outside;
+        one->from_outside = count.began_outside;
         one->has_payload = one->is_answered = true;
         one->tracked_us = time_us;
         // What it moved before is of unknown age.
-        one->up = up_bytes;
-        one->down = down_bytes;
+        one->up = count.up_bytes;
+        one->down = count.down_bytes;
         give_up(one);
         return;
     }
     one->tracked_us = time_us;
+    if (options.packets_shown > 0 && count.packets >= options.packets_shown && one->last_us + longest_delay_us <= time_us)
+        give_up(one);
     // Smaller counters are those of another connection between the same ends.
-    bool restarted = up_bytes < one->up || down_bytes < one->down;
-    uint64_t up = restarted ? up_bytes : up_bytes - one->up;
-    uint64_t down = restarted ? down_bytes : down_bytes - one->down;
+    bool restarted = count.up_bytes < one->up || count.down_bytes < one->down;
+    uint64_t up = restarted ? count.up_bytes : count.up_bytes - one->up;
+    uint64_t down = restarted ? count.down_bytes : count.down_bytes - one->down;
     if (up + down == 0)
         return;
-    one->up = up_bytes;
-    one->down = down_bytes;
+    one->up = count.up_bytes;
+    one->down = count.down_bytes;
     one->waiting_up += up;
     one->waiting_down += down;
     one->last_us = time_us;

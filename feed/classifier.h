@@ -15,7 +15,8 @@ struct classifier_options {
     bool guess_ipv6_device = true;
     // False: a source shows the first packets only, and count_flow() brings all bytes.
     bool count_packets = true;
-    // So many packets of a connection are shown at most; 0: all of them.
+    // So many packets of a connection are shown at most, of TCP without those that carry nothing but an acknowledgement; 0: all
+    // of them.
     uint32_t packets_shown = 0;
     bool use_dpi = true;
     size_t most_flows = 16384;
@@ -24,15 +25,19 @@ struct classifier_options {
     size_t most_dns_names = 16384;
 };
 
+// A connection so far, as connection tracking counted it.
+struct flow_count {
+    uint64_t up_bytes, down_bytes, packets;
+    bool began_outside; // its first packet came from outside
+};
+
 class classifier {
 public:
     // `flows` may be empty.
     classifier(const classifier_options &options, app_catalogue catalogue, hit_sink hits, flow_sink flows = {});
 
     void take(const packet &packet);
-    // The bytes of a connection so far, as connection tracking counted them. `began_outside`: its first packet came from
-    // outside.
-    void count_flow(const flow_key &key, uint64_t up_bytes, uint64_t down_bytes, bool began_outside, uint64_t time_us);
+    void count_flow(const flow_key &key, const flow_count &count, uint64_t time_us);
     bool knows(const flow_key &key) { return flows.find(key) != nullptr; }
     // The running interval ends then; count_flow() before it.
     uint64_t interval_end() const { return interval_begin + interval_us; }

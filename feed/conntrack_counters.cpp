@@ -41,8 +41,9 @@ void count(const conntrack_entry &entry, const source_run &run, bool are_old, ui
     flow_key key = key_of(entry, began_outside);
     if (!are_old && !run.classify.knows(key))
         return;
-    run.classify.count_flow(key, began_outside ? entry.server_bytes : entry.client_bytes,
-                            began_outside ? entry.client_bytes : entry.server_bytes, began_outside, now_us);
+    uint64_t up_bytes = began_outside ? entry.server_bytes : entry.client_bytes;
+    uint64_t down_bytes = began_outside ? entry.client_bytes : entry.server_bytes;
+    run.classify.count_flow(key, {up_bytes, down_bytes, entry.packets, began_outside}, now_us);
 }
 
 } // namespace

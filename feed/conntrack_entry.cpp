@@ -52,14 +52,17 @@ bool read_sender(nlattr *tuple, conntrack_end *out, uint8_t *protocol)
     return *protocol == protocol_tcp || *protocol == protocol_udp;
 }
 
-bool read_bytes(nlattr *nest, uint64_t *out)
+// Adds the packets of this direction.
+bool read_counters(nlattr *nest, uint64_t *bytes, uint64_t *packets)
 {
     nla_policy counters[CTA_COUNTERS_MAX + 1] = {};
-    counters[CTA_COUNTERS_BYTES] = at_least(sizeof(uint64_t));
+    counters[CTA_COUNTERS_BYTES] = counters[CTA_COUNTERS_PACKETS] = at_least(sizeof(uint64_t));
     nlattr *found[CTA_COUNTERS_MAX + 1] = {};
-    if (!open_nest<CTA_COUNTERS_MAX>(nest, found, counters) || !found[CTA_COUNTERS_BYTES])
+    if (!open_nest<CTA_COUNTERS_MAX>(nest, found, counters) || !found[CTA_COUNTERS_BYTES] ||
+        !found[CTA_COUNTERS_PACKETS])
         return false;
-    *out = byte_reader(contents(found[CTA_COUNTERS_BYTES])).number(sizeof(uint64_t));
+    *bytes = byte_reader(contents(found[CTA_COUNTERS_BYTES])).number(sizeof(uint64_t));
+    *packets += byte_reader(contents(found[CTA_COUNTERS_PACKETS])).number(sizeof(uint64_t));
     return true;
 }
 
@@ -76,6 +79,6 @@ bool read_conntrack_entry(const nlmsghdr *message, conntrack_entry *out)
            read_sender(found[CTA_TUPLE_ORIG], &out->client, &out->protocol) &&
            read_sender(found[CTA_TUPLE_REPLY], &out->server, &back) && back == out->protocol &&
            out->client.address.family == out->server.address.family &&
-           read_bytes(found[CTA_COUNTERS_ORIG], &out->client_bytes) &&
-           read_bytes(found[CTA_COUNTERS_REPLY], &out->server_bytes);
+           read_counters(found[CTA_COUNTERS_ORIG], &out->client_bytes, &out->packets) &&
+           read_counters(found[CTA_COUNTERS_REPLY], &out->server_bytes, &out->packets);
 }

@@ -17,6 +17,7 @@ struct conntrack_entry {
     conntrack_end client, server;        // the client opened the connection
     uint8_t protocol;                    // protocol_tcp or protocol_udp
     uint64_t client_bytes, server_bytes; // that each sent, IP headers included
+    uint64_t packets;                    // of both
 };
 
 // False for what is none, for other protocols, and for a connection without counters. The message must be there up to its

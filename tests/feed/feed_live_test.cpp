@@ -259,6 +259,7 @@ TEST(feed_netfilter, reads_connections_as_they_are_forwarded)
     EXPECT_EQ(out.client.port, 40000);
     EXPECT_EQ(out.server.port, 443);
     EXPECT_EQ(out.client_bytes, 10u);
+    EXPECT_EQ(out.packets, 2u); // one each way
     EXPECT_EQ(out.server_bytes, 1ull << 40);
     ASSERT_TRUE(read(conntrack_message({"2001:db8::1", "2001:db8::2", 1, 2}, 3, 4), &out));
     EXPECT_EQ(address_text(out.client.address), "2001:db8::1");

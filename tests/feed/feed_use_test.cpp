@@ -261,17 +261,34 @@ TEST_F(feed_household, takes_bytes_from_connection_tracking_where_packets_are_fe
     flow_key key = key_of(film);
     for (uint64_t i = 1; i <= 3; i++) {
         wait(9);
-        classify->count_flow(key, 1000 * i, 200000 * i, false, now);
+        classify->count_flow(key, {1000 * i, 200000 * i, 100 * i, false}, now);
         wait(1);
     }
     // A connection older than the feed, in a network that tells: what it moved before counts for nothing.
     read_address("198.51.100.3", &key.server);
-    classify->count_flow(key, 5000, 9000000, false, now);
-    classify->count_flow(key, 6000, 9001000, false, now);
+    classify->count_flow(key, {5000, 9000000, 7000, false}, now);
+    classify->count_flow(key, {6000, 9001000, 7002, false}, now);
     finish();
     EXPECT_EQ(told(), "3001:m 3001:m");
     EXPECT_EQ(hits[0].up_bytes + hits[1].up_bytes, 2000u);
     EXPECT_EQ(hits[0].down_bytes + hits[1].down_bytes, 400000u);
+}
+
+TEST_F(feed_household, decides_once_no_more_packets_are_to_be_shown)
+{
+    options.count_packets = false;
+    options.packets_shown = 12;
+    flow_key key = key_of(connect("", phone, "198.51.100.7"));
+    const struct {
+        double after;
+        uint64_t packets;
+        uint32_t told;
+    } counts[] = {{5, 11, 0}, {0.5, 12, 0}, {9.5, 14, 1}}; // the last ones may be on their way for half a second
+    for (const auto &one : counts) {
+        wait(one.after);
+        classify->count_flow(key, {one.packets * 100, one.packets * 1000, one.packets, false}, now);
+        EXPECT_EQ(classify->counters()[feed_flows_by_address], one.told) << one.packets;
+    }
 }
 
 TEST_F(feed_household, forgets_a_connection_that_is_tracked_no_more)
@@ -281,7 +298,7 @@ TEST_F(feed_household, forgets_a_connection_that_is_tracked_no_more)
     flow_key key = key_of(film);
     for (int i = 0; i < 5; i++) { // a pause: it moves nothing, and is tracked all the same
         wait(10);
-        classify->count_flow(key, 500, 900, false, now);
+        classify->count_flow(key, {500, 900, 8, false}, now);
         classify->end_count(now);
         ASSERT_TRUE(classify->knows(key));
     }
