@@ -117,7 +117,7 @@ inline bool given(const command_line &line, option_id id)
 }
 
 // Help of a command, or of the tool where it is null, on standard output.
-void print_help(const command *about);
+void print_help(const command *about, bool as_json);
 
 // A whole decimal number within the bounds.
 bool read_number(const std::string &text, u32 least, u32 most, u32 *number);

@@ -1,31 +1,14 @@
-// The table of commands, and the help that is made from it.
+// The table of commands.
 #include "tools/appidentctl/command_line.h"
 #include "tools/appidentctl/commands.h"
 #include "tools/appidentctl/exit_codes.h"
 
-#include <algorithm>
 #include <stdio.h>
 
 namespace {
 
 // Offered by no help and no completion: the shell's completion calls it.
 constexpr const char *hidden_command = "complete";
-
-std::string option_words(const command_option &one)
-{
-    const option_about &entry = about_option(one.id);
-    const char *value = value_word(entry.value);
-    return std::string("--") + entry.name + (value ? std::string(" ") + value : "");
-}
-
-void print_options(const std::vector<command_option> &list)
-{
-    size_t width = 0;
-    for (const command_option &one : list)
-        width = std::max(width, option_words(one).size());
-    for (const command_option &one : list)
-        printf("  %-*s  %s\n", static_cast<int>(width), option_words(one).c_str(), one.help);
-}
 
 } // namespace
 
@@ -128,43 +111,6 @@ const command *find_command(const std::string &name)
         if (name == one.name)
             return &one;
     return nullptr;
-}
-
-void print_help(const command *about)
-{
-    if (about) {
-        constexpr const char *operand_words[] = {"", " [DEVICE]", " DEVICE", " [COMMAND]", ""};
-        printf("Usage: appidentctl %s%s%s\n%s.\n\n", about->name, operand_words[about->takes],
-               about->options.empty() ? "" : " [OPTION]...", about->summary);
-        if (!about->options.empty()) {
-            print_options(about->options);
-            putchar('\n');
-        }
-    } else {
-        puts("Usage: appidentctl COMMAND [OPTION]...\nAsks the appident daemon on this box.\n");
-        for (const command &one : all_commands())
-            if (one.takes != any_words)
-                printf("  %-9s  %s\n", one.name, one.summary);
-        puts("\nOptions of every command:");
-    }
-    print_options(common_options());
-    puts("\nA DEVICE is its name, its IP address, or its MAC in any common form; an APP or a CLASS its name or number.");
-    if (!about)
-        puts("'appidentctl help COMMAND' tells a command's options.\n"
-             "Exit code: 0 done, 1 refused, 2 usage, 3 daemon or history not reachable; doctor: 4 warning, 5 fault.");
-}
-
-int run_help(const call &what)
-{
-    if (what.line.operands.empty()) {
-        print_help(nullptr);
-        return exit_done;
-    }
-    const command *about = find_command(what.line.operands[0]);
-    if (!about)
-        return usage_error({}, "'%s' is no command", what.line.operands[0].c_str());
-    print_help(about);
-    return exit_done;
 }
 
 int run_version(const call &what)

@@ -29,7 +29,7 @@ int main(int argc, char **argv)
     if (given(line, option_version))
         return told(run_version({line, where}));
     if (given(line, option_help)) {
-        print_help(line.about);
+        print_help(line.about, given(line, option_json));
         return told(exit_done);
     }
     if (!line.about)
