@@ -29,11 +29,11 @@ constexpr const char *counters_path = "/tmp/.appident.counters";
     row(rules_not_kept,      part,    "rules beyond a session's 1,024, not kept") \
     row(last_hit_time,       instant, "last recorded") \
     row(router_messages,     total,   "router messages (devices, payment apps)") \
-    row(router_ignored,      part,    "ignored: short or of another kind") \
+    row(router_ignored,      part,    "router messages ignored: short or of another kind") \
     row(requests,            total,   "requests answered") \
-    row(requests_refused,    part,    "with a refusal") \
+    row(requests_refused,    part,    "requests refused") \
     row(pushes,              total,   "pushes sent") \
-    row(pushes_failed,       part,    "refused by the push service") \
+    row(pushes_failed,       part,    "pushes refused by the push service") \
     row(last_push_time,      instant, "last push") \
     row(no_memory,           total,   "allocations refused") \
     row(ticks,               total,   "periodic passes")

@@ -84,7 +84,7 @@ TEST_F(counters, count_what_their_names_say)
         {"router_messages", "router messages", [&] { feed_router(host_message(0, tablet.mac)); }},
         {"router_ignored", "ignored", [&] { feed_router(host_message(1, tablet.mac)); }},
         {"requests", "answered", [&] { request(APPIDENT_SET_PAYMENT_CONFIG); }},
-        {"requests_refused", "refusal", [&] { request(APPIDENT_GET_DEVICE_APP_RECORD); }},
+        {"requests_refused", "requests refused", [&] { request(APPIDENT_GET_DEVICE_APP_RECORD); }},
         {"pushes", "sent", [&] { my_push(1023, "[]", 0); }},
         {"pushes_failed", "refused by the push service",
          [&] {
@@ -149,7 +149,7 @@ TEST_F(counters, of_the_platform_library_mean_what_their_names_say)
                                                             {"catalogue_unreadable", "catalogue", nullptr},
                                                             {"neighbours_asked", "look-ups", nullptr},
                                                             {"neighbours_unknown", "without an answer", nullptr},
-                                                            {"neighbours_not_asked", "not asked", nullptr},
+                                                            {"neighbours_not_asked", "not made", nullptr},
                                                             {"neighbours_overruns", "after losses", nullptr},
                                                             {"neighbours_table_full", "table full", nullptr},
                                                             {"neighbours_reopened", "reopened", nullptr},
