@@ -58,8 +58,7 @@ bool read_counters(nlattr *nest, uint64_t *bytes, uint64_t *packets)
     nla_policy counters[CTA_COUNTERS_MAX + 1] = {};
     counters[CTA_COUNTERS_BYTES] = counters[CTA_COUNTERS_PACKETS] = at_least(sizeof(uint64_t));
     nlattr *found[CTA_COUNTERS_MAX + 1] = {};
-    if (!open_nest<CTA_COUNTERS_MAX>(nest, found, counters) || !found[CTA_COUNTERS_BYTES] ||
-        !found[CTA_COUNTERS_PACKETS])
+    if (!open_nest<CTA_COUNTERS_MAX>(nest, found, counters) || !found[CTA_COUNTERS_BYTES] || !found[CTA_COUNTERS_PACKETS])
         return false;
     *bytes = byte_reader(contents(found[CTA_COUNTERS_BYTES])).number(sizeof(uint64_t));
     *packets += byte_reader(contents(found[CTA_COUNTERS_PACKETS])).number(sizeof(uint64_t));

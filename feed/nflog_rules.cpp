@@ -22,8 +22,7 @@ std::string log_statement()
 std::string dns_chain(const char *hook, const char *interface)
 {
     return std::string("chain ") + hook + " { type filter hook " + hook + " priority 10; policy accept; " + interface +
-           " != \"lo\" udp sport 53 " + log_statement() +
-           "; }\n";
+           " != \"lo\" udp sport 53 " + log_statement() + "; }\n";
 }
 
 // Behind the firewall's own chains, so that what they drop is not looked at. A packet of a long connection is to fail at the

@@ -1,8 +1,8 @@
 // A look at the kernel's nft rules: are the feed's own still there, and does another rule hide connections from them?
 //
 // A rule with `flow add` passes a connection to a flow table, whose packets no rule sees any more. Where that happens before
-// the packets are there by which an app is told, the feed sees nothing. It is guarded by `ct packets > 12` in the rule itself, or
-// by a rule before it in its chain that ends the way of the first packets.
+// the packets are there by which an app is told, the feed sees nothing. It is guarded by `ct packets > 12` in the rule itself,
+// or by a rule before it in its chain that ends the way of the first packets.
 #ifndef FEED_RULESET_LOOK_H
 #define FEED_RULESET_LOOK_H
 

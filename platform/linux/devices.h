@@ -17,7 +17,7 @@ struct known_device {
     name_source name_from;
     u32 ip;       // network order, 0 unknown
     in6_addr ip6; // all zero: unknown
-    int role; // role_unclear where the roster's makes no sense
+    int role;     // role_unclear where the roster's makes no sense
     bool role_given;
     int group; // negative for none
     bool on_line;

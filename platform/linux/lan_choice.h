@@ -1,6 +1,6 @@
 // Which interface is the LAN: the one that the settings name, else ("auto") br-lan, else the bridge or interface that has a
-// private IPv4 address and no default route. Of several, those that lead to hardware come first, bridges before others; one that
-// comes up in the first half hour takes the place of a lesser one.
+// private IPv4 address and no default route. Of several, those that lead to hardware come first, bridges before others; one
+// that comes up in the first half hour takes the place of a lesser one.
 #ifndef PLATFORM_LINUX_LAN_CHOICE_H
 #define PLATFORM_LINUX_LAN_CHOICE_H
 
@@ -11,8 +11,8 @@ struct lan_choice {
 
 // Any thread.
 lan_choice chosen_lan();
-// Chooses when there is no interface yet, when the chosen one is gone, and again at first; each new outcome is told once on standard error. Asks
-// the kernel, so not for a busy path. True when there is an interface now.
+// Chooses when there is no interface yet, when the chosen one is gone, and again at first; each new outcome is told once on
+// standard error. Asks the kernel, so not for a busy path. True when there is an interface now.
 bool look_for_lan();
 
 #endif
