@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int busy_ms = 3000;
+constexpr int most_tries_to_open = 5; // each may wait so long
 
 // From the start on: the check reads every page.
 constexpr const char *settings_of_all = "PRAGMA cache_size=-512";
@@ -95,24 +96,38 @@ bool set_aside(database *db, const std::string &why)
     return true;
 }
 
-} // namespace
-
-bool open_database(database *db, const std::string &path, const database_options &options, std::string *why)
+// SQLITE_OK, or why it cannot be used.
+int open_usable(database *db, const database_options &options, std::string *why)
 {
-    db->path = path;
     int code = try_open(db, options, why);
     if (is_damage(code) && !options.read_only) {
         close_handle(db);
         if (!set_aside(db, *why)) {
             *why = "the database is damaged and cannot be renamed: " + std::string(strerror(errno));
-            return false;
+            return code;
         }
         code = try_open(db, options, why);
     }
-    if (code == SQLITE_OK && (options.read_only || migrate(db->handle, why)))
-        return true;
-    close_handle(db);
-    return false;
+    if (code != SQLITE_OK || options.read_only || migrate(db->handle, why))
+        return code;
+    int reason = sqlite3_errcode(db->handle);
+    return reason == SQLITE_OK ? SQLITE_ERROR : reason;
+}
+
+} // namespace
+
+bool open_database(database *db, const std::string &path, const database_options &options, std::string *why)
+{
+    db->path = path;
+    for (int tries = 1;; ++tries) {
+        int code = open_usable(db, options, why);
+        if (code == SQLITE_OK)
+            return true;
+        // With what it holds: of two that wait for each other, somebody has to let go.
+        close_handle(db);
+        if ((code & 0xff) != SQLITE_BUSY || tries == most_tries_to_open)
+            return false;
+    }
 }
 
 void close_database(database *db)

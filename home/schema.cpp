@@ -91,7 +91,8 @@ bool migrate(sqlite3 *handle, std::string *why)
         if (sqlite3_exec(handle, step.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK)
             continue;
         *why = std::string("cannot bring the tables up to date: ") + sqlite3_errmsg(handle);
-        sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (!sqlite3_get_autocommit(handle)) // the caller asks for the reason
+            sqlite3_exec(handle, "ROLLBACK", nullptr, nullptr, nullptr);
         return false;
     }
     if (version < 0)

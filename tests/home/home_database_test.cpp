@@ -12,6 +12,7 @@
 #include "tests/kit/waiting.h"
 
 #include <sys/stat.h>
+#include <thread>
 
 namespace {
 
@@ -57,6 +58,20 @@ TEST_F(home_database, damage_that_is_met_while_it_is_open_is_noticed)
     close_history(&all);
     begin();
     EXPECT_NE(all.db.set_aside, "");
+}
+
+TEST_F(home_database, one_that_another_program_holds_is_waited_for)
+{
+    close_history(&all);
+    sqlite3 *other = nullptr;
+    sqlite3_open(path.c_str(), &other);
+    sqlite3_exec(other, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+    std::thread holder([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(3500)); // SQLite itself would have given up
+        sqlite3_close(other);
+    });
+    EXPECT_TRUE(begin());
+    holder.join();
 }
 
 TEST_F(home_database, newer_one_is_refused_and_left_alone)
