@@ -120,10 +120,27 @@ function shows(page, where, words) {
   });
 }
 
-async function press(page, words, where = "body") {
-  for (const one of await page.$$(`${where} button`)) if ((await one.evaluate((element) => element.innerText)) === words) return one.click();
+// The page is drawn anew when there is news, also between the moment when an element is found and that of its use: then it is
+// looked for again.
+function with_element(find, use) {
+  return until("an element that stays", async () => {
+    const [found, error] = await find().then((one) => use(one).then(() => [true], (why) => [false, why]));
+    if (error && !error.message.includes("detached")) throw error;
+    return found;
+  });
+}
+
+const click = (page, where) => with_element(() => page.waitForSelector(where), (one) => one.click());
+
+// Its place is the page's end, which moves with each news.
+const follow_footer = (page) => page.$eval("#foot a", (link) => link.click());
+
+async function button(page, words, where) {
+  for (const one of await page.$$(`${where} button`)) if ((await one.evaluate((element) => element.innerText)) === words) return one;
   throw new Error(`no button "${words}"`);
 }
+
+const press = (page, words, where = "body") => with_element(() => button(page, words, where), (one) => one.click());
 
 // What is in a field is replaced by key presses, so that the page learns of it as from a person.
 async function write(field, words) {
@@ -137,9 +154,11 @@ async function card(page, section, name) {
   throw new Error(`no card of ${name} in ${section}`);
 }
 
+const within = (form, where) => form().then((one) => one.$(where));
+
 async function save(page, form) {
   await page.$eval("#notice", (notice) => (notice.textContent = ""));
-  await (await form.$("button.primary")).click();
+  await with_element(() => within(form, "button.primary"), (one) => one.click());
   await shows(page, "#notice", "Saved");
 }
 
@@ -164,13 +183,13 @@ async function log_in(page, name, password) {
   await page.waitForSelector("input[name=password]");
   await page.type("input[name=name]", name);
   await page.type("input[name=password]", password);
-  await page.click("form button");
+  await click(page, "form button");
 }
 
 async function change_device(page, section, device, field, words) {
   await shows(page, `#${section}`, device);
-  const form = await card(page, section, device);
-  await write(await form.$(`input[aria-label="${field} of ${device}"]`), words);
+  const form = () => card(page, section, device);
+  await with_element(() => within(form, `input[aria-label="${field} of ${device}"]`), (one) => write(one, words));
   await save(page, form);
 }
 
@@ -183,7 +202,7 @@ async function first_run(page, evening, settings, axe) {
   await shows(page, "[role=alert]", "Name or password is wrong");
   await look(page, "login", axe);
   await page.type("input[name=password]", passwords.mia);
-  await page.click("form button");
+  await click(page, "form button");
   await shows(page, "#main", "Which devices are there?");
   await change_device(page, "setup", "Ben's tablet", "Person", "Ben");
   await look(page, "setup", axe);
@@ -197,7 +216,7 @@ async function check_timeline(page) {
   const played = reports.map((report) => report.slice(1).join(", ")).sort();
   const read = (rows) => rows.map((row) => [...row.cells].map((cell) => cell.innerText));
   let shown = [];
-  await page.click("#timeline summary");
+  await click(page, "#timeline summary");
   await until("the last report", async () => {
     const rows = await page.$$eval("#timeline tbody tr", read);
     shown = rows.filter((cells) => cells[6] === "complete").map((cells) => [cells[0], cells[1], cells[5]].join(", "));
@@ -205,7 +224,7 @@ async function check_timeline(page) {
   });
   assert(played.length >= 8);
   assert.deepStrictEqual(shown.sort(), played);
-  await page.click("#timeline summary");
+  await click(page, "#timeline summary");
 }
 
 // The night in which clocks are put back has an hour twice.
@@ -221,8 +240,8 @@ async function check_long_day(page) {
 }
 
 async function change_settings(page, evening) {
-  const form = await card(page, "limits", "Ben's tablet");
-  await write(await form.$('input[aria-label="Minutes: Games"]'), "75");
+  const form = () => card(page, "limits", "Ben's tablet");
+  await with_element(() => within(form, 'input[aria-label="Minutes: Games"]'), (one) => write(one, "75"));
   await save(page, form);
   const { limits } = ask_ctl(evening, "limits", "Ben's tablet");
   assert.deepStrictEqual(limits.map((one) => one.class_type).sort(), [1, 2, 3, 4, 5]);
@@ -230,12 +249,15 @@ async function change_settings(page, evening) {
   assert.deepStrictEqual([games.on, games.minutes, games.apps.map((one) => one.app_id).sort()], [true, 75, [101, 102]]);
 
   const before = JSON.stringify(ask_ctl(evening, "payments", "Ben's tablet"));
-  await (await (await card(page, "payments", "Ben's tablet")).$("input[data-key$=alipay]")).click();
+  const switches = () => card(page, "payments", "Ben's tablet");
+  await with_element(() => within(switches, "input[data-key$=alipay]"), (one) => one.click());
   await until("the switch", () => JSON.stringify(ask_ctl(evening, "payments", "Ben's tablet")) !== before);
 
-  const role = await page.$(`select[aria-label="Role of Ben's tablet"]`);
-  await role.select("0");
-  await role.evaluate((choice) => choice.form.requestSubmit());
+  await page.$eval(`select[aria-label="Role of Ben's tablet"]`, (choice) => {
+    choice.value = "0";
+    choice.dispatchEvent(new Event("change", { bubbles: true }));
+    choice.form.requestSubmit();
+  });
   await shows(page, "dialog", "Its limits and payment switches are deleted");
   await press(page, "Cancel", "dialog");
   assert.equal(ask_ctl(evening, "limits", "Ben's tablet").limits.length, 5);
@@ -243,9 +265,9 @@ async function change_settings(page, evening) {
 
 async function child(page, axe) {
   await page.$eval("#accounts details", (first) => (first.open = true));
-  const form = await page.$("#accounts form");
-  await (await form.$("input")).type("ben");
-  await (await form.$("input[type=password]")).type(passwords.ben);
+  const form = () => page.$("#accounts form");
+  await (await within(form, "input")).type("ben");
+  await (await within(form, "input[type=password]")).type(passwords.ben);
   await save(page, form);
   await press(page, "Log out");
   await log_in(page, "ben", passwords.ben);
@@ -263,17 +285,17 @@ async function child(page, axe) {
 
 async function technician_and_languages(page, axe) {
   // The doctor has three seconds of the household's, a twentieth of one of ours, which a busy processor may not keep.
-  await until("the doctor's findings", async () => {
+  await until("a good word of the doctor", async () => {
     await shows(page, "#foot", "For technicians");
-    await page.click("#foot a");
-    await page.waitForSelector("#doctor .findings li");
+    await follow_footer(page);
+    await page.waitForSelector("#doctor li, #doctor .wrong");
     if ((await text_of(page, "#doctor")).includes("good")) return true;
-    await page.click("#foot a");
+    await follow_footer(page);
     return false;
   });
   await shows(page, "#changes", "mia");
   await look(page, "technician", axe);
-  await page.click("#foot a");
+  await follow_footer(page);
   for (const [language, title] of [["de", "Apps zu Hause"], ["zh", "家中的应用"], ["en", "Apps at home"]]) {
     await page.select("#language", language);
     await shows(page, "#title", title);
