@@ -123,7 +123,7 @@ bool open_database(database *db, const std::string &path, const database_options
         int code = open_usable(db, options, why);
         if (code == SQLITE_OK)
             return true;
-        // With what it holds: of two that wait for each other, somebody has to let go.
+        // This also gives up the locks of the handle: two programs that wait for each other's would wait until both fail.
         close_handle(db);
         if ((code & 0xff) != SQLITE_BUSY || tries == most_tries_to_open)
             return false;

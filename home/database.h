@@ -31,8 +31,8 @@ struct database_options {
 };
 
 // Opens or makes the database and brings its tables up to date. A damaged file is renamed to PATH.damaged-DATE-TIME and a new
-// one begun; that is said on standard error and in `set_aside`. Waits up to 15 seconds for one
-// that another program holds. False with the reason in `why` for all else that fails.
+// one begun; that is said on standard error and in `set_aside`. Waits up to 15 seconds
+// for one that another program holds. False with the reason in `why` for all else that fails.
 bool open_database(database *db, const std::string &path, const database_options &options, std::string *why);
 // Commits what is open.
 void close_database(database *db);

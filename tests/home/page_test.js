@@ -132,7 +132,7 @@ function with_element(find, use) {
 
 const click = (page, where) => with_element(() => page.waitForSelector(where), (one) => one.click());
 
-// Its place is the page's end, which moves with each news.
+// Without the pointer: the link stands at the end of the page, which moves when there is news.
 const follow_footer = (page) => page.$eval("#foot a", (link) => link.click());
 
 async function button(page, words, where) {
