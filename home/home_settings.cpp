@@ -18,6 +18,7 @@ constexpr text_setting texts[] = {
     {"database", &home_settings::database},
     {"runtime_dir", &home_settings::runtime_dir},
     {"request_socket", &home_settings::request_socket},
+    {"installed_catalogue", &home_settings::installed_catalogue},
     {"catalogue", &home_settings::catalogue},
     {"listen", &home_settings::listen},
 };

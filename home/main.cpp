@@ -77,7 +77,7 @@ int run_report(const home_settings &settings, const given_options &given)
     if (!open_history(&all, settings.database, {nullptr, true}, &why))
         return fail(settings.database, why);
     app_names apps;
-    refresh_app_names(&apps, settings.catalogue);
+    refresh_app_names(&apps, {settings.installed_catalogue, settings.catalogue});
     print_report(&all, apps, day, until, given[option_json] != nullptr);
     close_history(&all);
     return exit_done;

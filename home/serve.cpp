@@ -18,7 +18,7 @@ constexpr int64_t day_ms = 24 * 60 * minute_ms;
 void each_minute(void *context)
 {
     household *home = static_cast<household *>(context);
-    refresh_app_names(&home->apps, home->settings->catalogue);
+    refresh_app_names(&home->apps, {home->settings->installed_catalogue, home->settings->catalogue});
     // What has been pushed before is taken first; while a long spool is read, the daemon's present would come too early.
     if (read_spool(&home->spool))
         return;

@@ -67,9 +67,11 @@ bool apply_limit(const cJSON *wanted, cJSON *stored, const app_names &known)
         put_member(limit, "use_time", cJSON_CreateNumber(static_cast<double>(minutes)));
     if (is_wanted && about.by_minutes && minutes_of(limit) == 0)
         return false;
-    if (apps)
+    // A limit that is on and counts no app would never be told.
+    bool needs_apps = is_wanted && about.by_app;
+    if (apps && !(needs_apps && cJSON_GetArraySize(apps) == 0))
         put_member(limit, "appid", cJSON_Duplicate(apps, true));
-    else if (is_wanted && about.by_app && cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(limit, "appid")) == 0)
+    else if (needs_apps && cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(limit, "appid")) == 0)
         put_member(limit, "appid", apps_of_class(known, about.class_type));
     return true;
 }

@@ -215,14 +215,21 @@ TEST_F(home_database, settings_out_of_bounds_are_the_defaults)
 TEST_F(home_database, apps_have_the_names_and_classes_of_the_catalogue)
 {
     app_names apps;
-    refresh_app_names(&apps, directory.file("catalogue.json"));
+    write_file(paths[0], R"({"data":[{"class_type":"1","appid":[1001,1003]}],"names":{"1001":"Film","1003":"Chess"}})");
+    refresh_app_names(&apps, paths);
     EXPECT_EQ(app_name(apps, video), "1001");
     write_file(directory.file("catalogue.json"),
                R"({"data":[{"class_type":"2","appid":[1001,-5,"x"]},7],"names":{"1001":"Video\n","1002":8}})");
-    refresh_app_names(&apps, directory.file("catalogue.json"));
+    std::vector<std::string> paths = {directory.file("installed.json"), directory.file("catalogue.json")};
+    write_file(paths[0], R"({"data":[{"class_type":"1","appid":[1001,1003]}],"names":{"1001":"Film","1003":"Chess"}})");
+    refresh_app_names(&apps, paths);
+    EXPECT_EQ(app_name(apps, video), "Film");
+    unlink(paths[0].c_str());
+    refresh_app_names(&apps, paths);
     EXPECT_EQ(app_name(apps, video), "Video?");
     EXPECT_EQ(app_class(apps, video), 2);
     EXPECT_EQ(app_class(apps, chat), 0);
 }
 
 } // namespace
+    EXPECT_EQ(app_name(apps, 1003) + std::to_string(app_class(apps, 1003)), "Chess1");

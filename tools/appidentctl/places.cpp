@@ -44,7 +44,7 @@ bool find_places(const command_line &line, places *found)
     found->lan_interface = stored.lan_interface;
     found->state_dir = stored.state_dir;
     found->roster = state + "roster.json";
-    found->installed_catalogue = APPIDENT_DATA_DIR "/catalogue.json";
+    found->installed_catalogue = stored.catalogue;
     found->catalogue = state + "catalogue.json";
     found->platform_counters = runtime + "platform.counters";
     found->push_spools = {runtime + "pushes.jsonl.1", runtime + "pushes.jsonl"};
