@@ -41,6 +41,7 @@ struct history {
     std::array<int64_t, count_end> counts = {};
     std::vector<fact_listener> listeners;
     std::vector<fact> untold; // since the last tell_facts
+    bool importing = false;   // the lines are those of a file that may be older than what was followed
 };
 
 // Opens the database and reads where it stands. False with the reason.

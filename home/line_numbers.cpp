@@ -44,7 +44,8 @@ line_order begin_run(history *of, const push_line &line)
     database *db = &of->db;
     int64_t earliest = number_of(db, 0, "SELECT min(first_time) FROM run");
     int64_t current = number_of(db, 0, "SELECT first_time FROM run WHERE run=?", of->place.run);
-    bool older = current > 0 && line.time < current;
+    // The spool that is followed only grows: there an unknown run is a newer one, whatever its clock says.
+    bool older = of->importing && current > 0 && line.time < current;
     // What came before all that is known is no loss: the history begins here.
     bool before = earliest == 0 || (older && line.time < earliest);
     change(db, "INSERT INTO run VALUES(?1,?2,?3,?3)", line.run, line.number, line.time);

@@ -145,11 +145,13 @@ bool import_spool(history *of, const char *path)
 {
     // The place is that of the spool that is followed.
     spool_place kept = of->place.spool;
+    of->importing = true;
     begin_batch(&of->db); // what is only counted is written too
     spool_reader reader;
     aim(&reader, of);
     bool read = read_whole_spool(&reader, path, commit_sometimes);
     end_silent_sessions(of, of->place.last_time);
     of->place.spool = kept;
+    of->importing = false;
     return read && commit_batch(&of->db);
 }

@@ -214,6 +214,14 @@ TEST_F(home_joining, daemon_that_comes_back_ends_what_it_had)
     EXPECT_EQ(after("tablet"), "video 19:40 +8 presumed; video 19:50 +5 reported");
 }
 
+TEST_F(home_joining, daemon_that_comes_back_with_an_earlier_clock_is_followed)
+{
+    EXPECT_EQ(after("=40000000; online video; using video 8; restart; =0; online chat; +480; end chat 5"),
+              "chat 19:40 +5 reported; video 18:46 +8 presumed");
+    EXPECT_EQ(all.place.last_time, daemon.time);
+    EXPECT_EQ(all.place.run, daemon.run);
+}
+
 TEST_F(home_joining, what_the_daemon_says_now_is_the_truth)
 {
     after("online video; phone; online chat; tablet; using video 3");
