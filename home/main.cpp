@@ -1,4 +1,5 @@
 // appident-home: keeps what the daemon pushes, for the household.
+#include "common/mac_text.h"
 #include "home/account_command.h"
 #include "home/command_line.h"
 #include "home/days.h"
@@ -50,6 +51,7 @@ int change_history(const home_settings &settings, const std::function<bool(histo
         return fail(settings.database, why);
     bool done = work(&all, &why);
     close_history(&all);
+    give_to_directory_owner(settings.database);
     return done ? exit_done : fail(what, why);
 }
 
@@ -96,14 +98,23 @@ int run_restore(const home_settings &settings, const char *copy)
     std::string why;
     if (lock.get() < 0)
         return say_in_use(settings.database);
-    return restore_database(settings.database, copy, &why) ? exit_done : fail(copy, why);
+    bool done = restore_database(settings.database, copy, &why);
+    give_to_directory_owner(settings.database);
+    return done ? exit_done : fail(copy, why);
 }
 
 int run_forget(const home_settings &settings, const char *mac)
 {
+    unsigned char address[6];
+    char text[mac_text_size];
+    if (!read_mac_text(mac, address)) {
+        fputs("appident-home: --forget takes a MAC such as AA-BB-CC-DD-EE-FF\n", stderr);
+        return exit_usage;
+    }
+    write_mac_text(address, text);
     auto forget = [&](history *all, std::string *why) {
         *why = "no such device in the history";
-        return forget_device(all, mac);
+        return forget_device(all, text);
     };
     return change_history(settings, forget, mac);
 }
@@ -112,7 +123,9 @@ int run_password(const home_settings &settings, const given_options &given)
 {
     account_wanted wanted = {given[option_password], given[option_kind] ? given[option_kind] : "",
                              given[option_person] ? given[option_person] : ""};
-    return set_password(settings, wanted) ? exit_done : exit_failed;
+    bool done = set_password(settings, wanted);
+    give_to_directory_owner(settings.database);
+    return done ? exit_done : exit_failed;
 }
 
 int run_server(const home_settings &settings)

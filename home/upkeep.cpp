@@ -148,6 +148,22 @@ bool restore_database(const std::string &path, const std::string &copy, std::str
     return copy_over(from.get(), path, why);
 }
 
+void give_to_directory_owner(const std::string &path)
+{
+    size_t slash = path.rfind('/');
+    struct stat directory, file;
+    if (geteuid() != 0 || stat(slash == std::string::npos ? "." : path.substr(0, slash + 1).c_str(), &directory) != 0)
+        return;
+    for (const char *end : {"", "-wal", "-shm", ".lock"}) {
+        std::string name = path + end;
+        // Of another file that the owner has put there nothing is changed.
+        if (lstat(name.c_str(), &file) != 0 || !S_ISREG(file.st_mode) || file.st_nlink != 1)
+            continue;
+        if (lchown(name.c_str(), directory.st_uid, directory.st_gid) != 0)
+            fprintf(stderr, "appident-home: %s: %s\n", name.c_str(), strerror(errno));
+    }
+}
+
 void drop_old_rows(history *of, int64_t time, int64_t session_days, int64_t day_years)
 {
     database *db = &of->db;

@@ -19,6 +19,9 @@ bool backup_database(const std::string &path, const std::string &copy, std::stri
 // Checks the copy and puts it in place of the database. The lock must be held.
 bool restore_database(const std::string &path, const std::string &copy, std::string *why);
 
+// Gives the database and what lies beside it to whom the directory belongs. What root makes, the service could not open.
+void give_to_directory_owner(const std::string &path);
+
 // Deletes what is older than the settings keep.
 void drop_old_rows(history *of, int64_t time, int64_t session_days, int64_t day_years);
 
