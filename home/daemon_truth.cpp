@@ -18,11 +18,8 @@ constexpr size_t devices_at_once = 200;
 constexpr int64_t asked_after_seen = 2 * 86400;
 constexpr double most_time = 4294967295.0;
 
-json_tree ask(const daemon_truth &truth, unsigned int id, const char *text, request_outcome *outcome)
+json_tree ask(const daemon_truth &truth, const client_request &request, request_outcome *outcome)
 {
-    client_request request = {};
-    request.id = id;
-    request.device = text;
     client_answer answer = {};
     *outcome = call_daemon(truth.socket.c_str(), timeout_ms, request, &answer);
     return json_tree(*outcome == request_done && answer.text ? parse_json_text(answer.text.get()) : nullptr);
@@ -31,7 +28,6 @@ json_tree ask(const daemon_truth &truth, unsigned int id, const char *text, requ
 void take_devices(daemon_truth *truth, const cJSON *devices, int64_t time)
 {
     const cJSON *one = nullptr;
-    truth->on_line_since.clear();
     cJSON_ArrayForEach(one, devices) {
         device_news news = {};
         if (!read_mac(one, "mac", &news.mac) || !read_count(one, "role", 255, &news.role))
@@ -43,10 +39,39 @@ void take_devices(daemon_truth *truth, const cJSON *devices, int64_t time)
         news.on_line = cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(one, "on_line"));
         news.private_mac = cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(one, "private_mac"));
         read_count(one, "last_seen", most_time, &news.last_seen);
+        bool named = news.role != 0 || news.name_from == "person";
+        if (!named && !news.on_line && news.last_seen != 0 && news.last_seen + truth->long_gone < time)
+            continue;
         if (news.on_line)
             read_count(one, "on_line_since", most_time, &truth->on_line_since[news.mac]);
         note_news(truth->of, news, news.last_seen ? news.last_seen : time);
     }
+}
+
+// As many devices a time as fit an answer.
+request_outcome ask_for_devices(daemon_truth *truth, int64_t time)
+{
+    request_outcome outcome = request_done;
+    std::string last, input;
+    for (bool more = true; more;) {
+        client_request request = {};
+        request.id = request_list_devices;
+        request.text = input.c_str();
+        json_tree answer = ask(*truth, request, &outcome);
+        if (!answer)
+            break;
+        if (last.empty())
+            truth->on_line_since.clear();
+        truth->lan_interface = read_words(cJSON_GetObjectItemCaseSensitive(answer.get(), "lan"), "interface", IFNAMSIZ - 1);
+        const cJSON *devices = cJSON_GetObjectItemCaseSensitive(answer.get(), "devices");
+        take_devices(truth, devices, time);
+        // The answers go by MAC; one that does not get on ends this.
+        std::string before = last;
+        read_mac(cJSON_GetArrayItem(devices, cJSON_GetArraySize(devices) - 1), "mac", &last);
+        more = cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(answer.get(), "more")) && last > before;
+        input = "{\"after\":\"" + last + "\"}";
+    }
+    return outcome;
 }
 
 heap_text question_about(const std::vector<std::string> &macs)
@@ -92,12 +117,8 @@ void ask_daemon(daemon_truth *truth, int64_t time)
     constexpr int64_t again_after = 600;
     request_outcome outcome = request_done;
     if (truth->names_known || time / 60 * 60 % again_after == 0) {
-        json_tree devices = ask(*truth, request_list_devices, nullptr, &outcome);
-        truth->names_known = devices || outcome != request_refused;
-        const cJSON *lan = cJSON_GetObjectItemCaseSensitive(devices.get(), "lan");
-        if (devices)
-            truth->lan_interface = read_words(lan, "interface", IFNAMSIZ - 1);
-        take_devices(truth, cJSON_GetObjectItemCaseSensitive(devices.get(), "devices"), time);
+        outcome = ask_for_devices(truth, time);
+        truth->names_known = outcome != request_refused;
     }
     std::vector<std::string> macs = devices_to_ask(truth->of, time);
     std::vector<use_now> in_use;
@@ -106,7 +127,10 @@ void ask_daemon(daemon_truth *truth, int64_t time)
         std::vector<std::string> some(macs.begin() + static_cast<std::ptrdiff_t>(at),
                                       macs.begin() + static_cast<std::ptrdiff_t>(std::min(at + devices_at_once, macs.size())));
         heap_text question = question_about(some);
-        json_tree answer = ask(*truth, request_in_use, question.get(), &outcome);
+        client_request request = {};
+        request.id = request_in_use;
+        request.device = question.get();
+        json_tree answer = ask(*truth, request, &outcome);
         answers = outcome == request_done && answer;
         if (!answers)
             break;

@@ -103,6 +103,7 @@ bool serve(const home_settings &settings, std::string *why)
     home.spool.of = home.truth.of = &home.all;
     home.spool.directory = settings.runtime_dir;
     home.truth.socket = settings.request_socket;
+    home.truth.long_gone = settings.session_days * 86400;
     fd_guard stop(block_signals({SIGTERM, SIGINT}));
     fd_guard hang_up_fd(block_signals({SIGHUP}));
     hang_up asked = {&home, hang_up_fd.get()};

@@ -12,6 +12,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 namespace {
 
 using handle_guard = std::unique_ptr<sqlite3, released_by<sqlite3_close>>;
@@ -166,8 +168,9 @@ void give_to_directory_owner(const std::string &path)
 
 void drop_old_rows(history *of, int64_t time, int64_t session_days, int64_t day_years)
 {
+    constexpr int64_t day = 86400;
     database *db = &of->db;
-    int today = day_of(time);
+    int today = day_of(std::min(time, of->place.last_time + day));
     int64_t oldest = day_start(day_after(today, static_cast<int>(-session_days)));
     // Their minutes stay in the days' sums.
     change(db, "DELETE FROM session WHERE start<?1 AND end<?1", oldest);
@@ -177,5 +180,9 @@ void drop_old_rows(history *of, int64_t time, int64_t session_days, int64_t day_
     change(db, "DELETE FROM run WHERE last_time<? AND run<>?", oldest, of->place.run);
     change(db, "DELETE FROM day_use WHERE day<?", day_after(today, static_cast<int>(-day_years * 365)));
     change(db, "DELETE FROM change WHERE time<?", day_start(day_after(today, static_cast<int>(-day_years * 365))));
+    change(db,
+           "DELETE FROM device WHERE last_seen<? AND coalesce(role,0)=0 AND person IS NULL AND name_from<>'person' AND id NOT "
+           "IN(SELECT device FROM day_use UNION SELECT device FROM session UNION SELECT device FROM alert)",
+           oldest);
     of->db.commit_wanted = true;
 }

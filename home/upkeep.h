@@ -22,7 +22,8 @@ bool restore_database(const std::string &path, const std::string &copy, std::str
 // Gives the database and what lies beside it to whom the directory belongs. What root makes, the service could not open.
 void give_to_directory_owner(const std::string &path);
 
-// Deletes what is older than the settings keep.
+// Deletes what is older than the settings keep, and devices not seen for so long of which nothing is kept and nobody said
+// anything. A clock that is wrong deletes at most a day too much: time counts up to a day after the last push.
 void drop_old_rows(history *of, int64_t time, int64_t session_days, int64_t day_years);
 
 #endif
