@@ -157,6 +157,7 @@ void begin_batch(database *db)
 void roll_back(database *db)
 {
     db->damaged = db->damaged || is_damage(db->error);
+    db->failing = true;
     // After some failures SQLite has done so itself.
     if (db->batch_began_ms >= 0 && !sqlite3_get_autocommit(db->handle))
         sqlite3_exec(db->handle, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -174,6 +175,7 @@ bool commit_batch(database *db)
     if (db->error == SQLITE_OK)
         db->error = sqlite3_exec(db->handle, "COMMIT", nullptr, nullptr, nullptr);
     bool good = db->error == SQLITE_OK;
+    db->failing = !good;
     if (!good) {
         fprintf(stderr, "appident-home: cannot write to %s: %s\n", db->path.c_str(), sqlite3_errstr(db->error));
         roll_back(db);

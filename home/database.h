@@ -20,6 +20,7 @@ struct database {
     int64_t batch_began_ms = -1;                                        // uptime; -1: no batch is open
     bool commit_wanted = false;                                         // the open batch holds what must not wait
     int error = SQLITE_OK;                                              // the first failure since the batch began
+    bool failing = false;                                               // the last batch was taken back
     bool damaged = false;                           // found while it was open; opened again, it is set aside
     void (*before_commit)(void *context) = nullptr; // writes what goes with every batch
     void *before_commit_context = nullptr;

@@ -190,6 +190,7 @@ void tell_program(household *home, page *out)
         out->value({{"reason", count_name(static_cast<home_count>(which))}}, all.counts[static_cast<size_t>(which)]);
     out->single("last_push_timestamp_seconds", "gauge", "When the last push that was taken was told.", all.place.last_time);
     out->single("database_size_bytes", "gauge", "Size of the history.", database_size(&home->all.db));
+    out->single("database_failing", "gauge", "Whether the last write of the history failed.", home->all.db.failing ? 1 : 0);
     out->single("daemon_up", "gauge", "Whether the daemon answered when it was last asked.", home->truth.answers ? 1 : 0);
     out->begin("build_info", "gauge", "The program's version.");
     out->value({{"version", APPIDENT_VERSION}}, 1);

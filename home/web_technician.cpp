@@ -109,7 +109,7 @@ void answer_metrics(web_request *asked, web_answer *answer)
 void answer_health(web_request *asked, web_answer *answer)
 {
     const database &db = asked->home->all.db;
-    bool well = db.error == SQLITE_OK && !db.damaged;
+    bool well = db.error == SQLITE_OK && !db.failing && !db.damaged;
     answer->status = well ? 200 : 503;
     answer->type = "text/plain; charset=utf-8";
     answer->text = well ? "ok\n" : "the database cannot be written\n";
