@@ -15,6 +15,8 @@
 struct household;
 
 constexpr int64_t limit_minutes_most = 1440;
+// Of a limit that nobody gave minutes; one that is off may be stored with 0.
+constexpr int64_t limit_minutes_usual = 60;
 
 struct known_limit {
     bool on;

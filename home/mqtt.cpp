@@ -96,10 +96,11 @@ void take_limit(mqtt *all, const std::string &mac, const std::string &topic, con
         if (!kind.has_minutes || topic.compare(0, slash, kind.key) != 0)
             continue;
         auto limit = known->second.find(kind.number);
-        limit_change change = {mac, kind.number, {false, 60}, "MQTT", all->settings.host};
+        limit_change change = {mac, kind.number, {false, 0}, "MQTT", all->settings.host};
         if (limit != known->second.end())
             change.to = limit->second;
-        change.to.minutes = std::max<int64_t>(change.to.minutes, 1);
+        if (change.to.minutes < 1)
+            change.to.minutes = limit_minutes_usual;
         if (read_limit(topic.substr(slash + 1), text, &change.to) && !change_limit(home, change))
             fputs("appident-home: mqtt: a limit could not be changed\n", stderr);
     }

@@ -188,10 +188,11 @@ std::string limits_of(const household &home, const std::string &mac)
         if (!kind.has_minutes)
             continue;
         auto limit = known->second.find(kind.number);
-        bool has = limit != known->second.end();
+        known_limit now = limit == known->second.end() ? known_limit{false, 0} : limit->second;
         cJSON *one = cJSON_AddObjectToObject(root.get(), kind.key);
-        cJSON_AddNumberToObject(one, "minutes", has ? static_cast<double>(limit->second.minutes) : 0);
-        cJSON_AddStringToObject(one, "on", has && limit->second.on ? "ON" : "OFF");
+        // What it will be when it is switched on.
+        cJSON_AddNumberToObject(one, "minutes", static_cast<double>(now.minutes > 0 ? now.minutes : limit_minutes_usual));
+        cJSON_AddStringToObject(one, "on", now.on ? "ON" : "OFF");
     }
     heap_text text(cJSON_PrintUnformatted(root.get()));
     return text ? text.get() : "";

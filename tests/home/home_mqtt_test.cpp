@@ -192,7 +192,7 @@ TEST_F(home_mqtt, home_automation_finds_the_devices_and_may_set_limits)
     say_with_mosquitto(tablet_topic + "/limits/games/on/set", "ON");
     EXPECT_TRUE(comes_true([&] {
         return is_last(tablet_topic + "/limits", R"({"games":{"minutes":45,"on":"ON"},"video_social":)"
-                                                 R"({"minutes":0,"on":"OFF"},"other":{"minutes":0,"on":"OFF"}})");
+                                                 R"({"minutes":60,"on":"OFF"},"other":{"minutes":60,"on":"OFF"}})");
     }));
     // A device that is forgotten while nobody runs; before that our last will.
     end_child(&program);
