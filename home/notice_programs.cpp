@@ -58,7 +58,8 @@ program_run run_webhook(const notice_settings &settings, const cJSON *alert)
     heap_text body(cJSON_PrintUnformatted(alert));
     program_run run = {{"/usr/bin/curl", "--disable", "--silent", "--show-error", "--fail", "--globoff", "--config", "-"},
                        {path_setting},
-                       "proto = \"=http,https\"\nmax-time = " + std::to_string(curl_time_limit - 5) +
+                       // Sent on to another address, it would be told to nobody and count as told: that is a failure.
+                       "location\nmax-redirs = 0\nproto = \"=http,https\"\nmax-time = " + std::to_string(curl_time_limit - 5) +
                            "\noutput = \"/dev/null\"\nheader = \"Content-Type: application/json\"\n"};
     if (!hook.authorization.empty())
         run.input += "header = " + quoted("Authorization: " + hook.authorization);

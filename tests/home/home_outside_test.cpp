@@ -14,7 +14,7 @@ namespace {
 
 struct home_outside : running_home {};
 
-// Takes POSTs one after the other, answers the first ones with 500, and keeps all bodies.
+// Takes POSTs one after the other, answers the first ones with 500 or sends them elsewhere, and keeps all bodies.
 struct receiver {
     int port = 0, refusals;
     fd_guard socket{listen_on_loopback(&port)};
@@ -43,7 +43,8 @@ struct receiver {
             std::lock_guard<std::mutex> guard(held);
             bodies += (request.find("\r\nAuthorization: Bearer \"k\\\r\n") != std::string::npos ? "" : "no key ") +
                       request.substr(std::min(request.find("\r\n\r\n") + 4, request.size())) + "\n";
-            std::string answer = refusals-- > 0 ? "HTTP/1.1 500 No\r\n" : "HTTP/1.1 200 Yes\r\n";
+            constexpr const char *answers[] = {"200 Yes\r\n", "500 No\r\n", "302 There\r\nLocation: /there\r\n"};
+            std::string answer = std::string("HTTP/1.1 ") + answers[std::max(refusals--, 0)];
             answer += "Content-Length: 0\r\nConnection: close\r\n\r\n";
             EXPECT_GT(write(peer.get(), answer.data(), answer.size()), 0);
         }
