@@ -127,8 +127,11 @@ void look_after_place(web_server *server)
     const home_settings &settings = *server->home->settings;
     web_place wanted = {listening_address(server), settings.port, file_time(server->settings.certificate),
                         file_time(server->settings.key)};
-    if (server->daemon && wanted == server->place)
+    if (server->daemon && wanted == server->place) {
+        // Listening everywhere, the box may have got another address.
+        server->names = own_names(wanted, server->settings);
         return;
+    }
     stop_listening(server);
     start_listening(server, wanted);
 }
