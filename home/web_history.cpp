@@ -27,7 +27,7 @@ bool query_days(const web_request &asked, int *from, int *to)
 {
     int today = day_of(asked.time);
     return query_day(asked, "to", today, to) && query_day(asked, "from", *to, from) && *from <= *to &&
-           day_after(*from, days_most) > *to;
+           day_after(*to, -days_most) < *from; // backwards, as the clock of a 32-bit box ends in 2038
 }
 
 int64_t query_number(const web_request &asked, const char *name, int64_t otherwise, int64_t most)
@@ -211,7 +211,9 @@ void answer_export_csv(web_request *asked, web_answer *answer)
     if (!query_days(*asked, &from, &to))
         return refuse(answer, refused_bad_request);
     known_names known = names_for(*asked);
-    answer->text = "day,device,name,person,app,app_name,class,minutes,bytes\r\n";
+    // Without the mark at its beginning spreadsheets take the file for another encoding than UTF-8.
+    answer->text = "\xEF\xBB\xBF"
+                   "day,device,name,person,app,app_name,class,minutes,bytes\r\n";
     for (const use_row &one : use_between(&asked->home->all.db, from, to)) {
         auto entry = known.devices.find(one.device);
         if (entry == known.devices.end())

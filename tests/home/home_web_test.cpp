@@ -217,6 +217,10 @@ TEST_F(home_web, answers_as_documented)
     std::string use = ask("/api/v1/use?by=class&from=" + yesterday, "", "Ada").text;
     EXPECT_NE(use.find("\"minutes\":20"), std::string::npos) << use;
     std::string csv = ask("/api/v1/export.csv?from=" + yesterday, "", "Ada").text;
+    EXPECT_EQ(csv.find("\xEF\xBB\xBF"
+                       "day,"),
+              0u)
+        << csv;
     EXPECT_NE(csv.find(yesterday + ",AA-BB-CC-DD-EE-01,\"Ben's tablet\",\"\",1001,"), std::string::npos) << csv;
     EXPECT_EQ(faults_of(document, "/api/v1/language", "put", write("PUT", "language", "{\"language\":\"de\"}", "Ada")), "");
     EXPECT_EQ(write("POST", "logout", "{}", "Ada").status, 200);
