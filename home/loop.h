@@ -1,5 +1,6 @@
 // The program's one loop. Its parts (the spool, timers, the web server, the broker) tell before each wait what they wait for,
-// and are called after it; none of them may block.
+// and are called after it. None of them may wait for the network or a child process, but for three short questions: to the
+// daemon (2 s at most), to the doctor (3 s), and whether a password is right (a tenth of a second).
 #ifndef HOME_LOOP_H
 #define HOME_LOOP_H
 

@@ -28,7 +28,7 @@ std::string sentence(household *home, const alert_row &alert, const std::string 
     case alert_payment:
         return who + ": a payment was made (" + payment_name(alert.category) + ")";
     case alert_limit:
-        return who + ": " + minutes + " of " + class_name(static_cast<u32>(alert.category)) + " today, which is the limit";
+        return who + ": " + minutes + " of " + class_name(static_cast<u32>(alert.category)) + " used up";
     case alert_break:
         return who + ": " + app + " for " + minutes + " without a break";
     default:

@@ -36,14 +36,14 @@ std::string random_setting()
     return setting + last[drawn[characters - 1] % 4];
 }
 
-// One line without its line feed. False at the end of the input, or when it is too long.
+// One line without its line feed, or as much of it as is too long for a password. False at the end of the input.
 bool read_line(std::string *line)
 {
     int c = EOF;
     line->clear();
     while ((c = getchar()) != EOF && c != '\n' && line->size() <= password_most)
         line->push_back(static_cast<char>(c));
-    return c == '\n' || (c == EOF && !line->empty());
+    return c == '\n' || !line->empty();
 }
 
 bool ask_unseen(const char *question, std::string *answer)

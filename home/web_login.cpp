@@ -1,4 +1,4 @@
-// The session, logging in and out, passwords, and the accounts.
+// The session, logging in and out, one's own password and language.
 #include "home/password.h"
 #include "home/web_checks.h"
 #include "home/web_routes.h"
