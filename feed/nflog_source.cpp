@@ -98,7 +98,9 @@ void tend_rules(netlink_socket *socket, const source_run &run)
     if (!seen.has_own_rules && load_log_rules())
         run.counts[feed_rules_restored]++;
     if (seen.offload_unguarded > run.counts[feed_offload_unguarded])
-        fprintf(stderr, "appident-feed: %u rules with 'flow add' hide connections; they need 'ct packets > %u' before it\n",
+        fprintf(stderr,
+                "appident-feed: %u rules with 'flow add' hide connections or their bytes; "
+                "they need 'ct packets > %u' before it, and 'counter;' in the flow table itself\n",
                 seen.offload_unguarded, packets_logged);
     run.counts[feed_offload_unguarded] = seen.offload_unguarded;
 }

@@ -2,6 +2,7 @@
 
 #include "feed/nflog_rules.h"
 
+#include <algorithm>
 #include <endian.h>
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
@@ -35,6 +36,7 @@ struct attributes {
 struct rule_reader {
     uint64_t least = 0, most = UINT64_MAX;
     bool offloads = false, has_verdict = false;
+    std::string flow_table;
 
     uint32_t packets_register = 0; // 0: no register holds the number
     bool in_network_order = false;
@@ -105,7 +107,10 @@ void rule_reader::take(const std::string &name, const attributes &data)
         compare_range(data);
     } else if (name != "cmp" && name != "range") {
         packets_register = 0; // it may load another value
-        offloads = offloads || name == "flow_offload";
+        if (name == "flow_offload") {
+            offloads = true;
+            flow_table = data.text(NFTA_FLOW_TABLE_NAME);
+        }
         has_verdict = has_verdict || name == "immediate";
     }
 }
@@ -128,31 +133,27 @@ rule_reader read_expressions(const nlattr *list)
     return rule;
 }
 
-} // namespace
-
-void take_rule(const nlmsghdr *message, ruleset_look *out)
+bool read_message(const nlmsghdr *message, int type, attributes *out)
 {
-    attributes rule;
-    if (message->nlmsg_type != (NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_NEWRULE) ||
-        nlmsg_parse(const_cast<nlmsghdr *>(message), sizeof(nfgenmsg), rule.found, most_attributes, nullptr) != 0)
-        return;
-    uint8_t family = static_cast<const nfgenmsg *>(nlmsg_data(message))->nfgen_family;
-    std::string table = rule.text(NFTA_RULE_TABLE);
-    if (family == family_inet && table == own_table)
-        out->has_own_rules = true;
-    std::string chain = std::to_string(family) + " " + table + " " + rule.text(NFTA_RULE_CHAIN);
-    rule_reader found = read_expressions(rule.found[NFTA_RULE_EXPRESSIONS]);
-    if (found.offloads && found.least <= packets_logged && chain != out->guarded_chain)
-        out->offload_unguarded++;
-    else if (!found.offloads && found.has_verdict && found.least <= 1 && found.most >= packets_logged &&
-             found.most != UINT64_MAX)
-        out->guarded_chain = chain;
+    return message->nlmsg_type == (NFNL_SUBSYS_NFTABLES << 8 | type) &&
+           nlmsg_parse(const_cast<nlmsghdr *>(message), sizeof(nfgenmsg), out->found, most_attributes, nullptr) == 0;
 }
 
-bool look_at_rules(netlink_socket *socket, ruleset_look *out)
+uint8_t family_of(const nlmsghdr *message)
 {
-    *out = {};
-    nl_msg_ptr request = netfilter_request(NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_GETRULE, NLM_F_REQUEST | NLM_F_DUMP, 0, 0);
+    return static_cast<const nfgenmsg *>(nlmsg_data(message))->nfgen_family;
+}
+
+// A chain's or a flow table's name with that of its table.
+std::string whole_name(uint8_t family, const std::string &table, const std::string &name)
+{
+    return std::to_string(family) + " " + table + " " + name;
+}
+
+// All that the kernel tells when it is asked for this.
+bool ask_for_all(netlink_socket *socket, int what, void (*take)(const nlmsghdr *, ruleset_look *), ruleset_look *out)
+{
+    nl_msg_ptr request = netfilter_request(NFNL_SUBSYS_NFTABLES << 8 | what, NLM_F_REQUEST | NLM_F_DUMP, 0, 0);
     uint32_t sequence = 0;
     bool asked = socket->tell(request.get(), &sequence);
     while (asked && socket->receive()) {
@@ -164,8 +165,47 @@ bool look_at_rules(netlink_socket *socket, ruleset_look *out)
                 return false;
             if (message->nlmsg_type == NLMSG_DONE)
                 return true;
-            take_rule(message, out);
+            take(message, out);
         }
     }
     return false;
+}
+
+} // namespace
+
+void take_flow_table(const nlmsghdr *message, ruleset_look *out)
+{
+    attributes table;
+    if (read_message(message, NFT_MSG_NEWFLOWTABLE, &table) && !(table.number(NFTA_FLOWTABLE_FLAGS) & NFT_FLOWTABLE_COUNTER))
+        out->uncounted_tables.push_back(
+            whole_name(family_of(message), table.text(NFTA_FLOWTABLE_TABLE), table.text(NFTA_FLOWTABLE_NAME)));
+}
+
+void take_rule(const nlmsghdr *message, ruleset_look *out)
+{
+    attributes rule;
+    if (!read_message(message, NFT_MSG_NEWRULE, &rule))
+        return;
+    uint8_t family = family_of(message);
+    std::string table = rule.text(NFTA_RULE_TABLE);
+    if (family == family_inet && table == own_table)
+        out->has_own_rules = true;
+    std::string chain = whole_name(family, table, rule.text(NFTA_RULE_CHAIN));
+    rule_reader found = read_expressions(rule.found[NFTA_RULE_EXPRESSIONS]);
+    if (found.offloads) {
+        const auto &uncounted = out->uncounted_tables;
+        std::string flow_table = whole_name(family, table, found.flow_table);
+        bool is_guarded = found.least > packets_logged || chain == out->guarded_chain;
+        if (!is_guarded || std::find(uncounted.begin(), uncounted.end(), flow_table) != uncounted.end())
+            out->offload_unguarded++;
+    } else if (found.has_verdict && found.least <= 1 && found.most >= packets_logged && found.most != UINT64_MAX) {
+        out->guarded_chain = chain;
+    }
+}
+
+bool look_at_rules(netlink_socket *socket, ruleset_look *out)
+{
+    *out = {};
+    return ask_for_all(socket, NFT_MSG_GETFLOWTABLE, take_flow_table, out) &&
+           ask_for_all(socket, NFT_MSG_GETRULE, take_rule, out);
 }

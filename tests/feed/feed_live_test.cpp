@@ -284,9 +284,18 @@ bytes rule(const std::string &chain, int compare, uint64_t packets, const std::s
     bytes all = part("ct", value(NFTA_CT_KEY, NFT_CT_PKTS, 4) + value(NFTA_CT_DREG, 1, 4)) + part("byteorder", "") +
                 part("cmp", value(NFTA_CMP_SREG, 1, 4) + value(NFTA_CMP_OP, static_cast<uint64_t>(compare), 4) +
                                 netlink_attribute(NFTA_CMP_DATA, value(NFTA_DATA_VALUE, packets, 8)));
-    return netlink_message(NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_NEWRULE,
-                           netlink_attribute(NFTA_RULE_TABLE, "fw") + netlink_attribute(NFTA_RULE_CHAIN, chain) +
-                               netlink_attribute(NFTA_RULE_EXPRESSIONS, (compare < 0 ? bytes() : all) + part(then, "")));
+    return netlink_message(
+        NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_NEWRULE,
+        netlink_attribute(NFTA_RULE_TABLE, "fw") + netlink_attribute(NFTA_RULE_CHAIN, chain) +
+            netlink_attribute(NFTA_RULE_EXPRESSIONS,
+                              (compare < 0 ? bytes() : all) + part(then, netlink_attribute(NFTA_FLOW_TABLE_NAME, "ft"))));
+}
+
+bytes flow_table(const std::string &name, uint64_t flags)
+{
+    return netlink_message(NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_NEWFLOWTABLE,
+                           netlink_attribute(NFTA_FLOWTABLE_TABLE, "fw") + netlink_attribute(NFTA_FLOWTABLE_NAME, name) +
+                               netlink_attribute(NFTA_FLOWTABLE_FLAGS, number(flags, 4)));
 }
 
 TEST(feed_netfilter, finds_rules_that_hide_connections)
@@ -301,11 +310,17 @@ TEST(feed_netfilter, finds_rules_that_hide_connections)
         {{rule("forward", NFT_CMP_LT, 13, "immediate"), rule("forward", -1, 0, "flow_offload")}, 0},
         {{rule("other", NFT_CMP_LT, 13, "immediate"), rule("forward", -1, 0, "flow_offload")}, 1},
         {{rule("forward", NFT_CMP_LT, 12, "immediate"), rule("forward", -1, 0, "flow_offload")}, 1},
+        {{flow_table("ft", NFT_FLOWTABLE_HW_OFFLOAD), rule("forward", NFT_CMP_GT, 12, "flow_offload")}, 1},
+        {{flow_table("ft", NFT_FLOWTABLE_COUNTER), rule("forward", NFT_CMP_GT, 12, "flow_offload")}, 0},
+        {{flow_table("unused", 0), rule("forward", NFT_CMP_GT, 12, "flow_offload")}, 0},
     };
     for (const auto &one : cases) {
         ruleset_look seen;
-        for (const bytes &message : one.rules)
-            take_rule(next_netlink_message(message.data(), static_cast<int>(message.size()), nullptr), &seen);
+        for (const bytes &bytes_of_one : one.rules) {
+            const auto *message = next_netlink_message(bytes_of_one.data(), static_cast<int>(bytes_of_one.size()), nullptr);
+            take_flow_table(message, &seen);
+            take_rule(message, &seen);
+        }
         EXPECT_EQ(seen.offload_unguarded, one.unguarded) << &one - cases;
         EXPECT_FALSE(seen.has_own_rules);
     }
@@ -325,21 +340,22 @@ TEST(feed_netfilter, sees_the_rules_of_the_kernel)
     ASSERT_TRUE(look_at_rules(&socket, &seen));
     EXPECT_TRUE(seen.has_own_rules);
     EXPECT_EQ(seen.guarded_chain, "1 appident_feed forward");
-    auto load = [](const char *flow_rule) {
-        return system((std::string("nft 'flush ruleset; table inet fw { flowtable ft { hook ingress priority 0; devices = { lo "
-                                   "}; }; chain f { type "
-                                   "filter hook forward priority 0; ") +
-                       flow_rule + "; }; }' 2>/dev/null")
+    auto load = [](const char *flow_rule, const std::string &counter) {
+        return system(("nft 'flush ruleset; table inet fw { flowtable ft { hook ingress priority 0; devices = { lo }; " +
+                       counter + " }; chain f { type filter hook forward priority 0; " + flow_rule + "; }; }' 2>/dev/null")
                           .c_str()) == 0;
     };
-    if (!load("ct packets > 12 flow add @ft"))
+    if (!load("ct packets > 12 flow add @ft", "counter;"))
         GTEST_SKIP() << "NOT TESTED HERE, flow tables: this kernel has none";
     ASSERT_TRUE(look_at_rules(&socket, &seen));
     EXPECT_EQ(seen.offload_unguarded, 0u);
     EXPECT_FALSE(seen.has_own_rules);
-    ASSERT_TRUE(load("meta l4proto { tcp, udp } flow add @ft"));
-    ASSERT_TRUE(look_at_rules(&socket, &seen));
-    EXPECT_EQ(seen.offload_unguarded, 1u);
+    for (const auto &[flow_rule, counter] :
+         {std::pair("meta l4proto { tcp, udp } flow add @ft", "counter;"), std::pair("ct packets > 12 flow add @ft", "")}) {
+        ASSERT_TRUE(load(flow_rule, counter));
+        ASSERT_TRUE(look_at_rules(&socket, &seen));
+        EXPECT_EQ(seen.offload_unguarded, 1u) << flow_rule;
+    }
 }
 
 int main(int argc, char **argv)

@@ -69,9 +69,9 @@ finding check_offloading(const evidence &seen)
     u32 rules = seen[feed_offload_unguarded];
     if (rules == 0)
         return {fine, "no rule hides connections from the feed", ""};
-    return {fault, std::to_string(rules) + " firewall rules offload connections before their app can be told",
-            "write 'ct packets > 12' before 'flow add' in them; on OpenWrt switch off flow_offloading in "
-            "/etc/config/firewall"};
+    return {fault, std::to_string(rules) + " firewall rules offload connections before their app can be told, or uncounted",
+            "write 'ct packets > 12' before 'flow add' in them, and 'counter;' in the flow table itself; on OpenWrt switch off "
+            "flow_offloading in /etc/config/firewall"};
 }
 
 finding check_app_rules(const evidence &seen)
