@@ -82,6 +82,7 @@ int run_interface_source(const std::string &name, const source_run &run)
         fprintf(stderr, "appident-feed: %s: %s\n", name.c_str(), strerror(errno));
         return feed_no_input;
     }
+    run.opened();
     give_up_rights(!run.options.dry);
     uint64_t looked = wall_us(), refreshed = looked;
     run.classify.advance(looked);

@@ -142,11 +142,12 @@ int run(const feed_options &options, const source_kind &kind, const std::string 
         counts[feed_lines_skipped] = files.skipped();
         return counts;
     };
-    // Who only looks takes no place of a feed that tells.
-    if (!options.dry) {
-        feed_page_open(options.counters);
+    // Who only looks, or cannot, takes no place of a feed that tells.
+    auto opened = [&] {
+        if (!options.dry)
+            feed_page_open(options.counters);
         feed_page_write(all_counts());
-    }
+    };
     auto refresh = [&] {
         app_catalogue fresh;
         if (files.have_changed() && files.read(&fresh))
@@ -154,7 +155,7 @@ int run(const feed_options &options, const source_kind &kind, const std::string 
         feed_page_write(all_counts());
         fflush(stdout);
     };
-    int status = kind.run(argument, {options, classify, stop_wanted, own_counts, refresh});
+    int status = kind.run(argument, {options, classify, stop_wanted, own_counts, opened, refresh});
     feed_counters counts = all_counts();
     feed_page_write(counts);
     fprintf(stderr, "appident-feed: %s", summary_line(counts).c_str());

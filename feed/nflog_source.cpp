@@ -126,6 +126,7 @@ int run_nflog_source(const std::string &, const source_run &run)
         fprintf(stderr, "appident-feed: netfilter's netlink: %s\n", strerror(errno));
         return feed_failed;
     }
+    run.opened();
     give_up_rights(true);
     uint64_t refreshed = wall_us();
     run.classify.advance(refreshed);

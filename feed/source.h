@@ -13,6 +13,8 @@ struct source_run {
     const volatile sig_atomic_t &stop; // set by a signal
     // What the source itself counts; the classifier counts the rest.
     feed_counters &counts;
+    // To be called by a live source once it is open, with the rights of the start: the feed's page is there from then on.
+    std::function<void()> opened;
     // To be called about once in ten seconds: takes up a changed catalogue.
     std::function<void()> refresh;
 };
