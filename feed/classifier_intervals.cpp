@@ -27,6 +27,15 @@ uint64_t longest_idle(const flow &one)
     return one.key.protocol == protocol_tcp ? tcp_idle_us : udp_idle_us;
 }
 
+// A connection that is tracked may go on after hours of silence, or after the clock was set forward, and none of its packets
+// would be shown again. end_count() forgets it once it is tracked no more.
+bool is_over(const flow &one, uint64_t time_us)
+{
+    bool may_go_on = one.is_answered && one.closed != flow_closed;
+    uint64_t last_us = may_go_on ? std::max(one.last_us, one.tracked_us) : one.last_us;
+    return last_us + longest_idle(one) < time_us;
+}
+
 } // namespace
 
 app_use *classifier::use_of(feed_device *device, uint32_t app)
@@ -102,10 +111,9 @@ void classifier::sweep(uint64_t time_us)
     for (flow &one : flows.records) {
         if (!one.device)
             continue;
-        uint64_t idle = time_us > one.last_us ? time_us - one.last_us : 0;
-        if (idle > longest_idle(one)) {
+        if (is_over(one, time_us)) {
             drop_flow(&one);
-        } else if (one.looking && idle > inspection_idle_us) {
+        } else if (one.looking && one.last_us + inspection_idle_us < time_us) {
             give_up(&one);
             credit(&one);
         }
