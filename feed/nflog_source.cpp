@@ -57,8 +57,9 @@ bool open_log(packet_log *log)
     int refused = whole ? log->socket.ask(std::move(request)) : -NLE_NOMEM;
     if (refused == 0)
         return true;
+    // The kernel gives the same word for a group that another socket has.
     fprintf(stderr, "appident-feed: the kernel's packet log (group %u) cannot be read: %s%s\n", log_group, nl_geterror(refused),
-            refused == -NLE_BUSY ? "; is another feed running?" : "");
+            refused == -NLE_PERM ? "; is another feed running, or does it lack the right CAP_NET_ADMIN?" : "");
     return false;
 }
 
