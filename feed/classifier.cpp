@@ -273,6 +273,9 @@ void classifier::count_flow(const flow_key &key, const flow_count &count, uint64
         give_up(one);
         return;
     }
+    // Of UDP the packets do not say which end began.
+    if (one->tracked_us == 0)
+        one->from_outside = count.began_outside;
     one->tracked_us = time_us;
     if (options.packets_shown > 0 && count.packets >= options.packets_shown && one->last_us + longest_delay_us <= time_us)
         give_up(one);

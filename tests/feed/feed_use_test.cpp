@@ -291,6 +291,24 @@ TEST_F(feed_household, decides_once_no_more_packets_are_to_be_shown)
     }
 }
 
+TEST_F(feed_household, takes_no_calls_from_outside_for_use)
+{
+    options.count_packets = false;
+    options.packets_shown = 12;
+    for (bool began_outside : {true, false}) {
+        ends call{phone, "198.51.100.7", port++, 5060}; // of a network that tells
+        for (const ends &way : {back(call), call})
+            show(udp_packet(way, "ring"));
+        flow_key key = key_of(call);
+        key.protocol = protocol_udp;
+        wait(5);
+        classify->count_flow(key, {50000, 50000, 100, began_outside}, now);
+        wait(10);
+        classify->advance(now);
+        EXPECT_EQ(told(), began_outside ? "" : "2001:m");
+    }
+}
+
 TEST_F(feed_household, forgets_a_connection_that_is_tracked_no_more)
 {
     options.count_packets = false;
