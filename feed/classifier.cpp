@@ -277,8 +277,10 @@ void classifier::count_flow(const flow_key &key, const flow_count &count, uint64
     if (one->tracked_us == 0)
         one->from_outside = count.began_outside;
     one->tracked_us = time_us;
-    if (options.packets_shown > 0 && count.packets >= options.packets_shown && one->last_us + longest_delay_us <= time_us)
+    if (options.packets_shown > 0 && count.packets >= options.packets_shown && one->last_us + longest_delay_us <= time_us) {
         give_up(one);
+        credit(one);
+    }
     // Smaller counters are those of another connection between the same ends.
     bool restarted = count.up_bytes < one->up || count.down_bytes < one->down;
     uint64_t up = restarted ? count.up_bytes : count.up_bytes - one->up;

@@ -286,9 +286,10 @@ TEST_F(feed_household, decides_once_no_more_packets_are_to_be_shown)
     } counts[] = {{5, 11, 0}, {0.5, 12, 0}, {9.5, 14, 1}}; // the last ones may be on their way for half a second
     for (const auto &one : counts) {
         wait(one.after);
-        classify->count_flow(key, {one.packets * 100, one.packets * 1000, one.packets, false}, now);
+        classify->count_flow(key, {1000, 30000, one.packets, false}, now); // nothing moves any more
         EXPECT_EQ(classify->counters()[feed_flows_by_address], one.told) << one.packets;
     }
+    EXPECT_EQ(classify->counters()[feed_kbytes_told], 30u) << "what it moved before counts at once";
 }
 
 TEST_F(feed_household, takes_no_calls_from_outside_for_use)
