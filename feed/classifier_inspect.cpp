@@ -62,6 +62,8 @@ void classifier::decide(flow *one, const app_rule *rule, evidence by)
 
 void classifier::take_hello(flow *one, const hello_answer &answer)
 {
+    if (answer.is_unreadable_quic)
+        counts[feed_quic_unreadable]++;
     if (answer.outcome == hello_outcome::needs_more)
         return;
     one->looking->hello_done = true;

@@ -15,7 +15,8 @@ enum class hello_outcome {
 
 struct hello_answer {
     hello_outcome outcome = hello_outcome::needs_more;
-    std::string host; // of a named one; also the front's of a nameless one
+    std::string host;                // of a named one; also the front's of a nameless one
+    bool is_unreadable_quic = false; // the packet is a QUIC Initial that cannot be read; another one may tell the name
 };
 
 // A handshake message, from its type on, as far as it came.

@@ -61,8 +61,9 @@ hello_answer hello_reader::take_udp(const ip_packet &packet)
         amid = true;
         return read_client_hello(pieces.beginning());
     case quic_outcome::nothing:
-    case quic_outcome::unreadable:
         return {};
+    case quic_outcome::unreadable:
+        return {hello_outcome::needs_more, {}, true};
     case quic_outcome::not_quic:
         // A QUIC client's later packets have a short header.
         return {keys.version != 0 ? hello_outcome::needs_more : hello_outcome::none, {}};

@@ -188,6 +188,7 @@ TEST_F(feed_household, goes_by_hello_then_dns_then_address)
     close(connect("", "192.168.1.21"));
     close(connect("cloudflare-ech.com")); // an encrypted hello: what was asked for tells
     close(connect("", phone, "198.51.100.7"));
+    show(udp_packet({phone, server, 6000, 8443}, quic_initial(1, "an id", "no frames", "another's keys")));
     close(connect("cloudflare-ech.com", phone, "203.0.113.77"));
     // Another device asked for another name at the same address: only its own question tells a device.
     show(udp_packet({"192.168.1.1", "192.168.1.22", 53, 5000},
@@ -202,6 +203,7 @@ TEST_F(feed_household, goes_by_hello_then_dns_then_address)
             seen += std::to_string(one.app) + evidence_name(one.by)[0] + " ";
     EXPECT_EQ(seen, "6001h 0h 3001d 3001d 3001d 2001a 0n 6001d 0n 3001d ");
     EXPECT_EQ(classify->counters()[feed_hellos_nameless], 2u);
+    EXPECT_EQ(classify->counters()[feed_quic_unreadable], 1u);
     EXPECT_EQ(flows[0].host, "www.friends.example");
 }
 
