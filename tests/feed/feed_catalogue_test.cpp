@@ -146,7 +146,16 @@ TEST_F(feed_catalogue_lines, and_daemon_know_the_same_apps)
     }
     EXPECT_EQ(listed, apps.apps.size());
     cJSON_Delete(root);
-    EXPECT_NE(system("echo '8 1 Eight 1 1' | " MAKE_CATALOGUE " /dev/stdin >/dev/null 2>&1"), 0);
+    // A file that is there stays as it is where a line is wrong.
+    std::filesystem::path kept = std::filesystem::temp_directory_path() / ("feed-catalogue-" + std::to_string(getpid()));
+    auto make = [&](const std::string &line) {
+        return system(("echo '" + line + "' | " MAKE_CATALOGUE " -o " + kept.string() + " /dev/stdin 2>/dev/null").c_str());
+    };
+    EXPECT_EQ(make("7 1 Seven 1 1"), 0);
+    auto size = std::filesystem::file_size(kept);
+    EXPECT_NE(make("8 1 Eight 1 1"), 0);
+    EXPECT_EQ(std::filesystem::file_size(kept), size);
+    std::filesystem::remove(kept);
 }
 
 TEST(feed_app_files, are_read_again_when_one_of_them_changes)
