@@ -84,7 +84,8 @@ void classifier::learn_link_of(const ip_address &address, const mac_address &mac
 
 void classifier::learn_link(const ip_packet &ip, const packet &from, direction way)
 {
-    if (from.has_mac && (way == direction::up || (way == direction::local && contains(options.lan, ip.source))))
+    auto is_on_link = [&] { return contains(options.lan, ip.source) || (ip.source.family == 6 && is_link_local(ip.source)); };
+    if (from.has_mac && (way == direction::up || (way == direction::local && is_on_link())))
         learn_link_of(ip.source, mac_of(from.mac), from.time_us);
     if (way != direction::down)
         return;

@@ -231,6 +231,20 @@ TEST_F(feed_household, counts_ipv6_for_the_device_behind_the_link_address)
     EXPECT_EQ(classify->counters()[feed_hits_not_told], 1u);
 }
 
+TEST_F(feed_household, knows_who_asked_the_router_over_ipv6)
+{
+    read_lan("192.168.1.0/24", &options.lan);
+    show(udp_packet({phone, "203.0.113.9", 5000, 443}, "?"), 7);
+    show(udp_packet({"fe80::20", "fe80::1", 5000, 53}, "?"), 7);
+    show(udp_packet({"fe80::1", "fe80::20", 53, 5000}, dns_message("www.films.example", {{"www.films.example", 1, server}})));
+    // Another device asks for another name at the same address.
+    show(udp_packet({"192.168.1.1", "192.168.1.22", 53, 5000},
+                    dns_message("www.friends.example", {{"www.friends.example", 1, server}})));
+    receive(connect("", phone, server, 7), 400000);
+    finish();
+    EXPECT_EQ(told(), "3001:m");
+}
+
 TEST_F(feed_household, keeps_a_device_from_pushing_out_the_others)
 {
     options.most_flows = 64;
