@@ -268,9 +268,9 @@ void read_apps_text(const std::string &name, const std::string &text, app_catalo
 bool read_apps(const std::string &path, app_catalogue *into, std::vector<std::string> *complaints)
 {
     std::ifstream file(path);
-    std::stringstream text;
     if (!file)
-        return false;
+        return false; // with the errno of open()
+    std::stringstream text;
     text << file.rdbuf();
     read_apps_text(path, text.str(), into, complaints);
     return true;

@@ -51,8 +51,8 @@ struct app_catalogue {
     uint32_t by_address(const ip_address &address) const;
 };
 
-// Adds a file's lines. A line that makes no sense is skipped and told as "FILE:LINE: what is wrong"; false when the file cannot
-// be read.
+// Adds a file's lines. A line that makes no sense is skipped and told as "FILE:LINE: what is wrong"; false, with errno, when
+// the file cannot be read.
 bool read_apps(const std::string &path, app_catalogue *into, std::vector<std::string> *complaints);
 // Likewise from a text; `name` stands for the file's.
 void read_apps_text(const std::string &name, const std::string &text, app_catalogue *into,

@@ -15,7 +15,7 @@ public:
     // Both files; what is wrong with them goes to standard error. False when a named `installed` cannot be read or holds no
     // app.
     bool read(app_catalogue *out);
-    // Lines that the last read() left out.
+    // Lines that the last read() left out, and files that are there and cannot be read.
     size_t skipped() const { return lines_skipped; }
     // Whether one of them is another than at the last read().
     bool have_changed() const;

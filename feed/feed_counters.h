@@ -48,7 +48,7 @@ constexpr const char *feed_counters_path = "/var/run/appident-feed/feed.counters
     row(uses_full,          total, "apps of a device not counted: too many at once") \
     row(rules_restored,     total, "times that somebody had removed the log rules, and they were loaded again") \
     row(offload_unguarded,  total, "rules that now offload connections before they are told, or uncounted") \
-    row(lines_skipped,      total, "lines of the catalogue that now make no sense")
+    row(lines_skipped,      total, "lines of the catalogue that now make no sense, and files that cannot be read")
 // clang-format on
 
 // feed_started_uptime, feed_packets ...

@@ -168,11 +168,18 @@ TEST(feed_app_files, are_read_again_when_one_of_them_changes)
     app_catalogue apps;
     ASSERT_TRUE(files.read(&apps));
     EXPECT_FALSE(files.have_changed());
+    EXPECT_EQ(files.skipped(), 0u) << "it need not be there";
     std::ofstream(own) << "6 1 Six 10 1 six.example\n";
     EXPECT_TRUE(files.have_changed());
     ASSERT_TRUE(files.read(&apps));
     EXPECT_EQ(apps.apps.size(), 2u);
     EXPECT_FALSE(files.have_changed());
+    std::filesystem::permissions(own, std::filesystem::perms::owner_read);
+    EXPECT_TRUE(files.have_changed());
+    std::filesystem::remove(own);
+    std::filesystem::create_symlink(own, own); // not even root can read it
+    ASSERT_TRUE(files.read(&apps));
+    EXPECT_EQ(files.skipped(), 1u);
     std::filesystem::remove(installed);
     EXPECT_TRUE(files.have_changed());
     EXPECT_FALSE(files.read(&apps));

@@ -76,6 +76,6 @@ finding check_offloading(const evidence &seen)
 
 finding check_app_rules(const evidence &seen)
 {
-    return expect_none(seen[feed_lines_skipped], "lines of apps.conf that make no sense",
+    return expect_none(seen[feed_lines_skipped], "lines of apps.conf that make no sense, or files that cannot be read",
                        "the feed names them at its start, in the journal or in 'logread'");
 }
