@@ -59,9 +59,11 @@ finding check_feed_losses(const evidence &seen)
 
 finding check_feed_tables(const evidence &seen)
 {
-    return expect_none(seen[feed_flow_table_full] + seen[feed_inspections_full] + seen[feed_device_table_full] +
-                           seen[feed_uses_full],
-                       "times that a table of the feed was full", "give it '--max-flows' of more than 16384");
+    u32 flows = seen[feed_flow_table_full];
+    return expect_none(flows + seen[feed_inspections_full] + seen[feed_device_table_full] + seen[feed_uses_full],
+                       "times that a table of the feed was full",
+                       flows ? "start it with '--max-flows 32768'"
+                             : "too many devices or connections at once; some use is not counted");
 }
 
 finding check_offloading(const evidence &seen)
