@@ -1,5 +1,5 @@
 // Who may log in, for parents; and everybody's own password.
-import { put as send, post, remove } from "./api.js";
+import { api_error, get, put as send, post, remove } from "./api.js";
 import { h, put, section, name, button, option, tell, ask } from "./dom.js";
 import { home, on, reload, may_change } from "./household.js";
 import { t, error_text } from "./text.js";
@@ -49,6 +49,13 @@ function row(account) {
   );
 }
 
+// The server would give an account that there is already its new kind and password.
+async function make(called, body) {
+  const { accounts } = await get("accounts"); // another parent may have made it meanwhile
+  if (accounts.some((one) => one.name === called)) throw new api_error("account_exists", "", 0);
+  await send(`accounts/${encodeURIComponent(called)}`, body);
+}
+
 function new_account() {
   const called = h("input", { required: true, maxlength: "32", autocomplete: "off" });
   const password = h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" });
@@ -65,9 +72,10 @@ function new_account() {
       async submit(event) {
         event.preventDefault();
         const body = { kind: kind.value, password: password.value, person: kind.value === "child" ? person.value : "" };
-        if (!(await done(() => send(`accounts/${encodeURIComponent(called.value.trim())}`, body), t("saved")))) return;
-        made.reset();
-        whose.hidden = kind.value !== "child";
+        if (await done(() => make(called.value.trim(), body), t("saved"))) {
+          made.reset();
+          whose.hidden = kind.value !== "child";
+        }
         await reload(["accounts"]);
       },
     },
