@@ -37,6 +37,13 @@ export function put(parent, ...children) {
   return parent;
 }
 
+// Makes these the children. Those that are there already stay where they are: what is moved loses the focus, and with it what
+// somebody is just writing.
+export function keep(parent, children) {
+  for (const one of [...parent.children]) if (!children.includes(one)) one.remove();
+  children.forEach((one, i) => parent.children[i] === one || parent.insertBefore(one, parent.children[i] || null));
+}
+
 // A part of the page with its heading.
 export function section(id, title, ...children) {
   return h("section", { id, "aria-labelledby": `${id}-title` }, h("h2", { id: `${id}-title` }, title), ...children);

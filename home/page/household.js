@@ -99,11 +99,11 @@ async function each_device(what) {
 const hints = {
   session: ["now", "day", "today", "week", "limits", "status"],
   alert: ["day", "limits", "status"],
-  device: ["devices", "status", "limits"],
+  device: ["devices", "status", "limits", "payments"],
   gap: ["day", "status"],
   now: ["now", "status"],
   status: ["status"],
-  all: ["status", "devices", "now", "day", "today", "week", "limits"],
+  all: ["status", "devices", "now", "day", "today", "week", "limits", "payments"],
 };
 
 // Asked in this order, as later ones go by what the earlier ones told.
