@@ -1,6 +1,6 @@
 // The household's devices: names, roles, persons. Also the first run's list.
 import { put as send, remove } from "./api.js";
-import { h, put, section, name, button, option, tell, ask } from "./dom.js";
+import { h, put, keep, section, name, button, option, tell, ask } from "./dom.js";
 import { home, on, reload, may_change, today } from "./household.js";
 import { t, error_text } from "./text.js";
 import { moment_text } from "./time.js";
@@ -150,7 +150,7 @@ export function devices_section(id = "devices", title = t("devices"), explanatio
       const now = rows.get(device.mac);
       if (!now || !(now.edited() || now.box.contains(document.activeElement))) rows.set(device.mac, row(device));
     }
-    put(
+    keep(
       list,
       home.devices.map((device) => rows.get(device.mac).box),
     );

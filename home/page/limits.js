@@ -1,6 +1,6 @@
 // The limits of each device: how much is used, and for parents the way to change them. All five classes are sent each time.
 import { put as send } from "./api.js";
-import { h, put, section, name, button, toggle, tell } from "./dom.js";
+import { h, put, keep, section, name, button, toggle, tell } from "./dom.js";
 import { home, on, limited, may_change, today } from "./household.js";
 import { t, minutes_text, error_text } from "./text.js";
 import { moment_text } from "./time.js";
@@ -199,14 +199,14 @@ let empty = null;
 // What somebody is changing stays as it is until it is saved or undone.
 function draw_all() {
   if (!home.status) return;
-  const focused = (one) => one.box.contains(document.activeElement) && document.activeElement.matches("input");
+  const focused = (one) => one.box.contains(document.activeElement);
   const open = (one) => one.box.querySelector("details[open]");
   const devices = limited();
   for (const device of devices) {
     const now = cards.get(device.mac);
     if (!now || !(now.edited() || focused(now) || open(now))) cards.set(device.mac, card(device));
   }
-  put(
+  keep(
     place,
     devices.map((device) => cards.get(device.mac).box),
   );

@@ -221,7 +221,7 @@ function day_choice() {
   earlier.setAttribute("aria-label", t("timeline.earlier"));
   later.setAttribute("aria-label", t("timeline.later"));
   const draw = () => {
-    date.value = shown_day();
+    if (document.activeElement !== date) date.value = shown_day();
     date.max = today();
     date.min = add_days(today(), -(home.status.retention_days || 90));
     later.disabled = shown_day() >= today();
