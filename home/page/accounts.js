@@ -59,13 +59,20 @@ async function make(called, body) {
 function new_account() {
   const called = h("input", { required: true, maxlength: "32", autocomplete: "off" });
   const password = h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" });
-  const person = h("select", {});
+  const person = h("select", { name: "person" });
   const whose = field(t("accounts.person"), person);
+  const no_persons = h("p", { class: "note" }, t("accounts.no_persons"));
   const kind = h(
     "select",
-    { change: () => (whose.hidden = kind.value !== "child") },
+    { change: () => ask_person() },
     kinds.map((one) => option(one, t(`accounts.kind.${one}`), one === "child")),
   );
+  // A child's account without a person would show nothing.
+  function ask_person() {
+    person.required = kind.value === "child";
+    whose.hidden = !person.required;
+    no_persons.hidden = !person.required || home.persons.length > 0;
+  }
   const made = h(
     "form",
     {
@@ -74,7 +81,7 @@ function new_account() {
         const body = { kind: kind.value, password: password.value, person: kind.value === "child" ? person.value : "" };
         if (await done(() => make(called.value.trim(), body), t("saved"))) {
           made.reset();
-          whose.hidden = kind.value !== "child";
+          ask_person();
         }
         await reload(["accounts"]);
       },
@@ -87,14 +94,22 @@ function new_account() {
       whose,
       field(t("login.password"), password),
     ),
+    no_persons,
     h("p", { class: "quiet" }, t("accounts.kinds_what")),
     h("button", { class: "primary" }, t("accounts.make")),
   );
-  const draw = () =>
-    put(
-      person,
-      home.persons.map((one) => option(one.name, one.name, one.name === person.value)),
-    );
+  function draw() {
+    const persons = ["", ...home.persons.map((one) => one.name)];
+    const before = persons.includes(person.value) ? person.value : "";
+    // A choice that is open on the screen stays open when nobody came or went.
+    if (JSON.stringify(persons) !== JSON.stringify([...person.options].map((one) => one.value)))
+      put(
+        person,
+        persons.map((one) => option(one, one || t("accounts.choose"), false)),
+      );
+    person.value = before;
+    ask_person();
+  }
   return { box: h("details", { class: "card" }, h("summary", {}, t("accounts.new")), made), draw };
 }
 

@@ -32,7 +32,6 @@ export const shown_day = () => home.day || today();
 export const week_end = () => home.week_to || today();
 export const device_of = (mac) => home.devices.find((one) => one.mac === mac);
 export const device_name = (mac) => (device_of(mac) || { name: mac }).name;
-export const watched = () => home.devices.filter((one) => one.role > 0);
 export const limited = () => home.devices.filter((one) => one.role === 1);
 
 // The router's time now, as well as it is known.

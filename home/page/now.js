@@ -1,6 +1,6 @@
 // What is in use now: a card a device.
 import { h, put, section, name } from "./dom.js";
-import { home, on, watched, class_of } from "./household.js";
+import { home, on, kind, may_change, class_of } from "./household.js";
 import { t, minutes_text } from "./text.js";
 import { clock_text } from "./time.js";
 
@@ -30,6 +30,11 @@ function card(device) {
   );
 }
 
+function nothing_words() {
+  if (home.devices.length) return may_change() ? t("now.choose_watched") : t("now.none_watched");
+  return kind() === "child" ? t("now.none_own") : t("now.no_devices");
+}
+
 export function now_section() {
   const cards = h("ul", { class: "cards" });
   const empty = h("p", { class: "quiet" });
@@ -38,7 +43,7 @@ export function now_section() {
     const shown = home.devices.filter((one) => one.role > 0 || used.has(one.mac));
     put(cards, shown.map(card));
     cards.hidden = shown.length === 0;
-    put(empty, shown.length ? "" : t(home.devices.length && !watched().length ? "now.none_watched" : "now.no_devices"));
+    put(empty, shown.length ? "" : nothing_words());
   });
   return section("now", t("now"), cards, empty);
 }
