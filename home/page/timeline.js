@@ -42,7 +42,7 @@ function ticks(day) {
   const wide = zoom === "near" ? near_times : 1;
   const minutes = [15, 30, 60, 120].find((one) => (day.to - day.from) / 60 / one < ticks_most * wide) || 120;
   const found = [];
-  const step = Math.min(minutes, 60) * 60;
+  const step = 15 * 60; // the clocks of the world differ by whole quarters of an hour
   for (let at = Math.ceil(day.from / step) * step; at <= day.to; at += step) {
     const time = local(at);
     if ((time.getUTCHours() * 60 + time.getUTCMinutes()) % minutes === 0) found.push(at);
