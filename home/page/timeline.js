@@ -215,7 +215,7 @@ function day_choice() {
   const date = h("input", {
     type: "date",
     "aria-label": t("timeline.choose_day"),
-    change: () => date.value && date.value <= today() && show_day(date.value),
+    change: () => date.value >= date.min && date.value <= date.max && show_day(date.value),
   });
   const back = button(t("timeline.today"), () => show_day(today()), "plain");
   earlier.setAttribute("aria-label", t("timeline.earlier"));
