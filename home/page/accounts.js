@@ -1,11 +1,19 @@
 // Who may log in, for parents; and everybody's own password.
 import { api_error, get, put as send, post, remove } from "./api.js";
-import { h, put, section, name, button, option, tell, ask } from "./dom.js";
+import { h, put, bytes_at_most, section, name, button, option, tell, ask } from "./dom.js";
 import { home, on, reload, may_change } from "./household.js";
 import { t, error_text } from "./text.js";
 
+const name_most = 32;
+const password_most = 72;
 const kinds = ["parent", "child", "technician"];
 const field = (words, input) => h("label", { class: "field" }, h("span", { class: "quiet" }, words), input);
+
+const new_password = () =>
+  bytes_at_most(
+    password_most,
+    h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" }),
+  );
 
 async function done(work, words) {
   try {
@@ -57,8 +65,8 @@ async function make(called, body) {
 }
 
 function new_account() {
-  const called = h("input", { required: true, maxlength: "32", autocomplete: "off" });
-  const password = h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" });
+  const called = bytes_at_most(name_most, h("input", { required: true, autocomplete: "off" }));
+  const password = new_password();
   const person = h("select", { name: "person" });
   const whose = field(t("accounts.person"), person);
   const no_persons = h("p", { class: "note" }, t("accounts.no_persons"));
@@ -115,7 +123,7 @@ function new_account() {
 
 export function own_password() {
   const old = h("input", { type: "password", required: true, autocomplete: "current-password" });
-  const fresh = h("input", { type: "password", required: true, minlength: "8", autocomplete: "new-password" });
+  const fresh = new_password();
   const made = h(
     "form",
     {

@@ -1,10 +1,12 @@
 // The household's devices: names, roles, persons. Also the first run's list.
 import { put as send, remove } from "./api.js";
-import { h, put, keep, section, name, button, option, tell, ask } from "./dom.js";
+import { h, put, keep, bytes_at_most, section, name, button, option, tell, ask } from "./dom.js";
 import { home, on, reload, may_change, today } from "./household.js";
 import { t, error_text } from "./text.js";
 import { moment_text } from "./time.js";
 
+const name_most = 32;
+const person_most = 63;
 const after_change = ["devices", "limits", "payments", "now", "day"];
 
 // Roles that are offered, and the one it has where that is another.
@@ -67,22 +69,17 @@ async function save(device, wanted) {
 function editor(device, head) {
   const person_now = device.person ? device.person.name : "";
   const name_now = device.name_from === "none" ? "" : device.name;
-  const called = h("input", {
+  const field_of = (most, attributes) => bytes_at_most(most, h("input", { input: () => changed(), dir: "auto", ...attributes }));
+  const called = field_of(name_most, {
     value: name_now,
-    maxlength: "32",
     placeholder: device.name,
-    input: () => changed(),
     "aria-label": t("devices.name_of", { name: device.name }),
-    dir: "auto",
   });
-  const person = h("input", {
+  const person = field_of(person_most, {
     value: person_now,
-    maxlength: "63",
     list: "persons",
     placeholder: t("devices.nobody"),
-    input: () => changed(),
     "aria-label": t("devices.person_of", { name: device.name }),
-    dir: "auto",
   });
   const role = role_choice(device, () => changed());
   const wanted = () => {

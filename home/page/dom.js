@@ -1,4 +1,5 @@
 // Makes elements. What is shown becomes text nodes, never markup: a device may call itself anything.
+import { t } from "./text.js";
 
 const svg_space = "http://www.w3.org/2000/svg";
 
@@ -58,6 +59,13 @@ export function option(value, text, chosen) {
   made.defaultSelected = chosen; // so that a form that is reset comes back to it
   made.selected = chosen;
   return made;
+}
+
+// A field whose text has at most so many bytes in UTF-8, as the router counts; its form is not sent with more.
+export function bytes_at_most(most, input) {
+  const check = () => input.setCustomValidity(new TextEncoder().encode(input.value).length > most ? t("error.too_large") : "");
+  input.addEventListener("input", check);
+  return input;
 }
 
 // A switch: a checkbox with its words.
