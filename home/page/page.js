@@ -1,6 +1,6 @@
 // Starts the page: who is there, in which language, and what they see.
 import { get_session, follow, on_logged_out } from "./api.js";
-import { h, put, section, button } from "./dom.js";
+import { h, put, section, button, tell } from "./dom.js";
 import { alerts_section } from "./alerts.js";
 import { draw_header, draw_footer, draw_freshness, follow_language, set_fault, set_live, use_theme } from "./header.js";
 import {
@@ -23,8 +23,24 @@ import { t, store, stored, use_language, wanted_language } from "./text.js";
 
 const main = document.getElementById("main");
 const places = document.getElementById("places");
+const again_after_ms = 5000;
 let stop_following = null;
 let first_time = false; // the account was made while the page waited
+
+const pause = () => new Promise((resolve) => setTimeout(resolve, again_after_ms));
+
+// A part of the page's program, asked for until it comes. Some browsers do not ask twice for a file of the same name.
+async function load(part) {
+  for (let tries = 0; ; tries++) {
+    try {
+      return await import(`./${part}.js${tries ? `?${tries}` : ""}`);
+    } catch (error) {
+      console.error(error);
+      tell(t("error.no_connection"), true);
+      await pause();
+    }
+  }
+}
 
 function draw_places(ids) {
   put(
@@ -35,17 +51,13 @@ function draw_places(ids) {
   places.hidden = ids.length === 0;
 }
 
-// What is seen first is drawn first; returns what adds the rest.
+// What is seen first is drawn first. Returns which parts of the program the rest needs, and what adds it.
 function overview() {
   const now = now_section();
   const pair = h("div", { class: "pair" }, alerts_section());
   put(main, now, timeline_section(), pair);
   draw_footer(kind() === "child" ? null : h("a", { href: "#technician" }, t("for_technicians")));
-  return async () => {
-    const [week, limits, payments, devices, accounts] = await Promise.all(
-      ["week", "limits", "payments", "devices", "accounts"].map((name) => import(`./${name}.js`)),
-    );
-    if (shown !== "overview") return;
+  function add(week, limits, payments, devices, accounts) {
     pair.append(week.week_section());
     if (kind() === "child") {
       now.after(limits.limits_section());
@@ -54,20 +66,20 @@ function overview() {
       main.append(limits.limits_section(), payments.payments_section(), devices.devices_section(), accounts.accounts_section());
     }
     draw_places([...main.querySelectorAll("section")].map((one) => one.id).filter((id) => id !== "accounts" || may_change()));
-  };
+  }
+  return { needed: ["week", "limits", "payments", "devices", "accounts"], add };
 }
 
 // The first run's last step.
 function setup() {
   draw_places([]);
   draw_footer(null);
-  return async () => {
-    const [{ steps }, { devices_section }] = await Promise.all([import("./login.js"), import("./devices.js")]);
-    if (shown !== "setup") return;
+  function add({ steps }, { devices_section }) {
     const go = button(t("first.done"), () => (location.hash = "#now"), "primary");
     const done = section("setup-end", t("first.done_title"), h("p", {}, t("first.done_text")), go);
     put(main, steps(2), devices_section("setup", t("first.devices_title"), t("first.devices_text")), done);
-  };
+  }
+  return { needed: ["login", "devices"], add };
 }
 
 function technician() {
@@ -75,13 +87,11 @@ function technician() {
   put(places, h("a", { href: "#now" }, t("back")));
   places.hidden = false;
   draw_footer(h("a", { href: "#now" }, t("back")));
-  return async () => {
-    const { technician_view } = await import("./technician.js");
-    if (shown === "technician") technician_view(main);
-  };
+  return { needed: ["technician"], add: ({ technician_view }) => technician_view(main) };
 }
 
 let shown = "";
+let views = 0; // so many were to be shown; only the last one is
 
 const view_of = (hash) =>
   hash === "#technician" && kind() !== "child" ? "technician" : hash === "#setup" && may_change() ? "setup" : "overview";
@@ -91,17 +101,24 @@ async function show_view(again) {
   const wanted = view_of(location.hash);
   if (wanted === shown && !again) return;
   shown = wanted;
+  const number = ++views;
   forget_listeners();
   on(["status"], draw_freshness);
-  if (!home.status) await reload(first_parts);
-  if (!home.status) {
-    put(main, h("p", { class: "quiet" }, t("fresh.loading")));
-    return;
+  while (!home.status) {
+    await reload(first_parts);
+    if (!home.status) {
+      put(main, h("p", { class: "quiet" }, t("fresh.loading")));
+      await pause();
+    }
+    if (number !== views) return;
   }
-  const add_rest = { overview, setup, technician }[wanted]();
+  const { needed, add } = { overview, setup, technician }[wanted]();
   redraw(first_parts);
   performance.mark("usable");
-  await add_rest();
+  stop_following ||= follow(hint, set_live);
+  const parts = await Promise.all(needed.map(load));
+  if (number !== views) return;
+  add(...parts);
   redraw(first_parts);
   await reload(later_parts);
   if (again || location.hash.length < 2) return;
@@ -124,13 +141,12 @@ async function enter() {
     if (shown === "overview") location.hash = "#setup";
   }
   store(was_here, "yes");
-  stop_following = follow(hint, set_live);
 }
 
 async function begin(session) {
   home.session = session;
   while (!home.session.account) {
-    const { first_run, log_in } = await import("./login.js");
+    const { first_run, log_in } = await load("login");
     draw_header();
     draw_freshness();
     draw_places([]);
@@ -148,9 +164,8 @@ async function begin(session) {
 // A session that has ended: back to the login.
 on_logged_out(() => {
   store(was_here, "");
-  if (!stop_following) return;
-  stop_following();
-  stop_following = null;
+  if (!kind()) return;
+  if (stop_following) stop_following();
   location.reload();
 });
 on_failure(set_fault);
@@ -177,7 +192,7 @@ async function start() {
     } catch (error) {
       if (home.session) throw error;
       put(main, h("p", { class: "wrong", role: "alert" }, t("fresh.no_connection")));
-      await new Promise((resolve) => setTimeout(resolve, 5000));
+      await pause();
     }
   }
 }
