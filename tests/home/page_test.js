@@ -239,6 +239,49 @@ async function check_long_day(page) {
   assert.deepStrictEqual(shown, ["00:00", "02:00", "02:00", "23:00"]);
 }
 
+// A clock that is half an hour off has its hours in the timeline too.
+async function check_half_hours(page) {
+  const shown = await page.evaluate(async () => {
+    const [{ home, redraw }, { learn_day }] = await Promise.all([import("/household.js"), import("/time.js")]);
+    const start = Date.UTC(2026, 1, 9, 18, 30) / 1000;
+    const day = { day: "2026-02-10", start, end: start + 86400, clock: [{ from: start, ahead_seconds: 19800 }] };
+    learn_day(day);
+    home.timeline = { ...day, sessions: [], alerts: [], gaps: [] };
+    redraw(["day"]);
+    return [...document.querySelectorAll("#timeline .scale text")].map((one) => one.textContent);
+  });
+  assert.deepStrictEqual([shown.length, shown[0], shown[1]], [13, "00:00", "02:00"]);
+}
+
+// Who writes in a field does not lose it when there is news.
+async function check_focus(page) {
+  const kept = await page.evaluate(async () => {
+    const { redraw } = await import("/household.js");
+    return ["#limits input[type=number]:enabled", "#devices input"].map((where) => {
+      const field = document.querySelector(where);
+      field.focus();
+      redraw(["limits", "devices"]);
+      return document.activeElement === field;
+    });
+  });
+  assert.deepStrictEqual(kept, [true, true]);
+}
+
+// Two switches are turned at once after somebody else has turned a third.
+async function change_payments(page, evening) {
+  const stored = () => ask_ctl(evening, "payments", "Ben's tablet");
+  const before = stored();
+  await shows(page, "#payments", "QQ Wallet");
+  inside(evening, [ctl, "payments", "Ben's tablet", "--set", `weixin=${before.weixin ? "off" : "on"}`]);
+  const boxes = (use) => card(page, "payments", "Ben's tablet").then((one) => one.$$eval("input", use));
+  await boxes((all) => all.filter((one) => /alipay|qqpay/.test(one.dataset.key)).forEach((one) => one.click()));
+  const wanted = { ...before, weixin: !before.weixin, alipay: !before.alipay, qqpay: !before.qqpay };
+  await until("the switches", async () => {
+    const shown = await boxes((all) => all.map((one) => [one.dataset.key.split(" ")[1], one.checked]));
+    return JSON.stringify(stored()) === JSON.stringify(wanted) && shown.every(([key, is_on]) => is_on === wanted[key]);
+  });
+}
+
 async function change_settings(page, evening) {
   const form = () => card(page, "limits", "Ben's tablet");
   await with_element(() => within(form, 'input[aria-label="Minutes: Games"]'), (one) => write(one, "75"));
@@ -247,11 +290,6 @@ async function change_settings(page, evening) {
   assert.deepStrictEqual(limits.map((one) => one.class_type).sort(), [1, 2, 3, 4, 5]);
   const games = limits.find((one) => one.class_type === 1);
   assert.deepStrictEqual([games.on, games.minutes, games.apps.map((one) => one.app_id).sort()], [true, 75, [101, 102]]);
-
-  const before = JSON.stringify(ask_ctl(evening, "payments", "Ben's tablet"));
-  const switches = () => card(page, "payments", "Ben's tablet");
-  await with_element(() => within(switches, "input[data-key$=alipay]"), (one) => one.click());
-  await until("the switch", () => JSON.stringify(ask_ctl(evening, "payments", "Ben's tablet")) !== before);
 
   await page.$eval(`select[aria-label="Role of Ben's tablet"]`, (choice) => {
     choice.value = "0";
@@ -266,8 +304,12 @@ async function change_settings(page, evening) {
 async function child(page, axe) {
   await page.$eval("#accounts details", (first) => (first.open = true));
   const form = () => page.$("#accounts form");
-  await (await within(form, "input")).type("ben");
+  await (await within(form, "input")).type("mia"); // who keeps her account and password
   await (await within(form, "input[type=password]")).type(passwords.ben);
+  await page.select("#accounts select[name=person]", "Ben");
+  await page.$eval("#accounts form button.primary", (one) => one.click());
+  await shows(page, "#notice", "exists already");
+  await write(await within(form, "input"), "ben");
   await save(page, form);
   await press(page, "Log out");
   await log_in(page, "ben", passwords.ben);
@@ -353,9 +395,12 @@ async function evening_at_home() {
   await shows(page, "#timeline", hostile);
   assert.equal((await page.$$("img")).length, 0);
   await change_settings(page, evening);
+  await change_payments(page, evening);
+  await check_focus(page);
   await child(page, axe);
   await technician_and_languages(page, axe);
   await check_long_day(page);
+  await check_half_hours(page);
   const times = await usable_after(page);
   console.log(`usable ${times[2]} ms after the first byte (median of ${times.join(", ")})`);
 
