@@ -2,6 +2,7 @@
 
 #include "common/guards.h"
 #include "platform/linux/client/settings.h"
+#include "platform/linux/lan_fitness.h"
 
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -12,6 +13,7 @@
 #include <netlink/route/link.h>
 #include <netlink/socket.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
@@ -57,27 +59,6 @@ rtnl_link *link_after(rtnl_link *link)
     return reinterpret_cast<rtnl_link *>(nl_cache_get_next(reinterpret_cast<nl_object *>(link)));
 }
 
-bool is_kind(rtnl_link *link, const char *kind)
-{
-    const char *own = rtnl_link_get_type(link);
-    return own && strcmp(own, kind) == 0;
-}
-
-// A link that no software made, or one on top of such: a VLAN of it, a bridge with it.
-bool leads_to_hardware(nl_cache *links, rtnl_link *link)
-{
-    if (!rtnl_link_get_type(link) || is_kind(link, "dsa"))
-        return true;
-    bool below = false;
-    for (rtnl_link *other = first_link(links); other; other = link_after(other)) {
-        bool is_port = rtnl_link_get_master(other) == rtnl_link_get_ifindex(link);
-        bool carries = is_kind(link, "vlan") && rtnl_link_get_link(link) == rtnl_link_get_ifindex(other);
-        bool hard = !rtnl_link_get_type(other) || is_kind(other, "dsa") || is_kind(other, "vlan");
-        below |= (is_port || carries) && hard;
-    }
-    return below;
-}
-
 bool is_private(const sockaddr *address)
 {
     if (!address || address->sa_family != AF_INET)
@@ -108,46 +89,49 @@ bool has_default_route(const char *name)
     return false;
 }
 
-// Being called br-lan goes before all else. 0 for a link that cannot be the LAN.
-constexpr int fitness_of_br_lan = 10;
-
-int fitness(nl_cache *links, rtnl_link *link, const ifaddrs *addresses)
+lan_link describe(rtnl_link *link, const ifaddrs *addresses)
 {
     constexpr unsigned excluded = IFF_LOOPBACK | IFF_POINTOPOINT;
-    const char *name = rtnl_link_get_name(link);
+    lan_link out = {};
+    const char *name = rtnl_link_get_name(link), *kind = rtnl_link_get_type(link);
+    snprintf(out.name, sizeof(out.name), "%s", name ? name : "");
+    snprintf(out.kind, sizeof(out.kind), "%s", kind ? kind : "");
+    out.index = rtnl_link_get_ifindex(link);
+    out.master = rtnl_link_get_master(link);
+    // Of other kinds this may be an index in another network namespace.
+    out.carrier = strcmp(out.kind, "vlan") == 0 ? rtnl_link_get_link(link) : 0;
     unsigned flags = rtnl_link_get_flags(link);
-    if (!name || rtnl_link_get_arptype(link) != ARPHRD_ETHER || !(flags & IFF_UP) || (flags & excluded) ||
-        !has_private_address(addresses, name) || has_default_route(name))
-        return 0;
-    return 1 + (is_kind(link, "bridge") ? 1 : 0) + (leads_to_hardware(links, link) ? 2 : 0);
+    out.has_address = has_private_address(addresses, out.name);
+    out.may_be_lan = out.has_address && rtnl_link_get_arptype(link) == ARPHRD_ETHER && (flags & IFF_UP) &&
+                     !(flags & excluded) && !has_default_route(out.name);
+    return out;
 }
 
 // As far as the settings do not name one. Returns how fit it is, 0 for none.
 int choose(lan_choice *out)
 {
     *out = {"", "no interface has a private IPv4 address and no default route"};
-    if (if_nametoindex("br-lan")) {
-        *out = {"br-lan", "a bridge of that name is the LAN by custom"};
-        return fitness_of_br_lan;
-    }
     ifaddrs *list = nullptr;
-    auto links = read_links();
-    if (!links || getifaddrs(&list) != 0)
+    auto cache = read_links();
+    if (!cache || getifaddrs(&list) != 0)
         return 0;
     std::unique_ptr<ifaddrs, released_by<freeifaddrs>> addresses(list);
-    int best = 0, fit = 0;
-    for (rtnl_link *link = first_link(links.get()); link; link = link_after(link)) {
-        int fitness_here = fitness(links.get(), link, list);
-        fit += fitness_here > 0;
-        if (fitness_here <= best)
-            continue;
-        best = fitness_here;
-        snprintf(out->interface, sizeof(out->interface), "%s", rtnl_link_get_name(link));
+    size_t room = static_cast<size_t>(nl_cache_nitems(cache.get())), count = 0, would_do = 0;
+    heap_ptr<lan_link> links(static_cast<lan_link *>(calloc(room, sizeof(lan_link))));
+    for (rtnl_link *link = first_link(cache.get()); links && link && count < room; link = link_after(link)) {
+        links.get()[count] = describe(link, list);
+        would_do += links.get()[count++].may_be_lan;
     }
-    if (fit > 0)
-        snprintf(out->why, sizeof(out->why), "it has a private IPv4 address and no default route%s",
-                 fit > 1 ? ", the first of several by what is below it" : "");
-    return best;
+    int fitness = 0;
+    const lan_link *best = fittest_lan(links.get(), count, &fitness);
+    if (!best)
+        return 0;
+    memcpy(out->interface, best->name, sizeof(out->interface));
+    bool by_custom = strcmp(best->name, customary_lan) == 0;
+    snprintf(out->why, sizeof(out->why), "%s%s",
+             by_custom ? "a bridge of that name is the LAN by custom" : "it has a private IPv4 address and no default route",
+             !by_custom && would_do > 1 ? ", the first of several by what is below it" : "");
+    return fitness;
 }
 
 bool is_usable(const lan_choice &choice)
@@ -158,7 +142,7 @@ bool is_usable(const lan_choice &choice)
     if (getifaddrs(&list) != 0)
         return true;
     std::unique_ptr<ifaddrs, released_by<freeifaddrs>> addresses(list);
-    return has_private_address(list, choice.interface) || strcmp(choice.interface, "br-lan") == 0;
+    return has_private_address(list, choice.interface) || strcmp(choice.interface, customary_lan) == 0;
 }
 
 } // namespace

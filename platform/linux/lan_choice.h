@@ -1,6 +1,6 @@
-// Which interface is the LAN: the one that the settings name, else ("auto") br-lan, else the bridge or interface that has a
-// private IPv4 address and no default route. Of several, those that lead to hardware come first, bridges before others; one
-// that comes up in the first half hour takes the place of a lesser one.
+// Which interface is the LAN: the one that the settings name, else ("auto") br-lan with a private IPv4 address, else the bridge
+// or interface that has such an address and no default route, else br-lan without one. Of several, those that lead to hardware
+// come first, bridges before others; one that comes up in the first half hour takes the place of a lesser one.
 #ifndef PLATFORM_LINUX_LAN_CHOICE_H
 #define PLATFORM_LINUX_LAN_CHOICE_H
 

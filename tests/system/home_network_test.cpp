@@ -93,7 +93,7 @@ bool join(host *one, const std::string &port)
            run(inside(*one, "ip link set eth0 up"));
 }
 
-// The LAN, which has no address yet, a lesser one, and a way to the world that must not be taken for it.
+// The LAN, which has no address yet, lesser ones, and a way to the world that must not be taken for it.
 bool make_home()
 {
     std::ofstream("/tmp/take-lease") << "#!/bin/sh\n[ \"$1\" = bound ] || exit 0\n"
@@ -102,7 +102,8 @@ bool make_home()
     std::filesystem::permissions("/tmp/take-lease", std::filesystem::perms::all);
     std::filesystem::create_directories("/var/lib/misc");
     for (const char *command :
-         {"ip link set lo up", "ip link add lesser0 type dummy || ip link add lesser0 type veth peer name below0",
+         {"ip link set lo up", "ip link add br-lan type bridge",
+          "ip link add lesser0 type dummy || ip link add lesser0 type veth peer name below0",
           "ip addr add 192.168.88.1/24 dev lesser0", "ip link set lesser0 up", "ip link add home0 type bridge",
           "ip link set home0 up", "ip link add wan0 type dummy || ip link add wan0 type veth peer name world0",
           "ip addr add 10.0.0.2/24 dev wan0", "ip link set wan0 up", "ip route add default via 10.0.0.1",
