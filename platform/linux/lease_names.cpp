@@ -3,6 +3,8 @@
 #include "common/guards.h"
 #include "common/mac_text.h"
 #include "platform/linux/client/json_text.h"
+#include "platform/linux/client/settings.h"
+#include "platform/linux/lan_choice.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -72,21 +74,37 @@ bool read_dhcpd(char *line, lease *out)
 }
 
 struct lease_file {
-    const char *path;
+    const char *path;            // null: the one that the settings name
+    const char *after_interface; // where the LAN interface's name stands in the path: what comes after it; else null
     bool (*read_line)(char *line, lease *out);
     struct stat seen;
 };
 // The first file that names a device counts.
 lease_file files[] = {
-    {"/var/lib/misc/dnsmasq.leases", read_dnsmasq, {}},    {"/tmp/dhcp.leases", read_dnsmasq, {}},
-    {"/var/lib/dnsmasq/dnsmasq.leases", read_dnsmasq, {}}, {"/var/lib/kea/kea-leases4.csv", read_kea, {}},
-    {"/var/lib/dhcp/dhcpd.leases", read_dhcpd, {}},
+    {nullptr, nullptr, read_dnsmasq, {}},
+    {"/var/lib/misc/dnsmasq.leases", nullptr, read_dnsmasq, {}},
+    {"/tmp/dhcp.leases", nullptr, read_dnsmasq, {}},
+    {"/var/lib/dnsmasq/dnsmasq.leases", nullptr, read_dnsmasq, {}},
+    {"/etc/pihole/dhcp.leases", nullptr, read_dnsmasq, {}},
+    {"/var/lib/NetworkManager/dnsmasq-", ".leases", read_dnsmasq, {}},
+    {"/var/lib/kea/kea-leases4.csv", nullptr, read_kea, {}},
+    {"/var/lib/dhcp/dhcpd.leases", nullptr, read_dhcpd, {}},
 };
+
+// Empty for a file that nobody has named.
+void path_of(const lease_file &file, char (&out)[state_path_size])
+{
+    lan_choice lan = chosen_lan();
+    snprintf(out, sizeof(out), "%s%s%s", file.path ? file.path : settings().leases, file.after_interface ? lan.interface : "",
+             file.after_interface ? file.after_interface : "");
+}
 
 bool changed(lease_file *file)
 {
+    char path[state_path_size];
+    path_of(*file, path);
     struct stat now = {};
-    if (stat(file->path, &now) != 0)
+    if (stat(path, &now) != 0)
         now = {};
     bool same = same_contents(now, file->seen);
     file->seen = now;
@@ -95,7 +113,9 @@ bool changed(lease_file *file)
 
 void read_file(const lease_file &file, lease_reader take)
 {
-    text_file contents = read_text_file(file.path, leases_limit);
+    char path[state_path_size];
+    path_of(file, path);
+    text_file contents = read_text_file(path, leases_limit);
     char *rest = contents.text.get();
     lease one = {};
     while (rest && *rest) {

@@ -281,7 +281,7 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     EXPECT_TRUE(
         comes_true(60, [] { return times_in(text_of("/var/lib/appident/observed.json"), "\"mac\"") == std::size(hosts); }));
     EXPECT_EQ(stop_daemon(daemon), status_after_sigterm);
-    // The next start meets other DHCP servers' leases.
+    // The next start meets other DHCP servers' leases, one of which the settings name.
     std::filesystem::remove("/var/lib/misc/dnsmasq.leases");
     std::filesystem::create_directories("/var/lib/kea");
     std::filesystem::create_directories("/var/lib/dhcp");
@@ -292,11 +292,17 @@ TEST_F(home_network, devices_are_found_named_tracked_and_followed)
     std::ofstream("/var/lib/dhcp/dhcpd.leases") << "# comment\nlease 192.168.77.61 {\n  starts 3 2026/03/11 20:00:00;\n"
                                                    "  hardware ethernet 00:16:3e:00:00:15;\n  uid \"\\001\";\n"
                                                    "  client-hostname \"screen\";\n}\n";
+    std::ofstream("/tmp/own.leases") << "1800000000 02:00:5e:00:00:14 192.168.77.62 handy *\n";
+    std::ofstream("/tmp/settings.json") << R"({"leases":"/tmp/own.leases"})";
+    setenv("APPIDENT_PLATFORM_SETTINGS", "/tmp/settings.json", 1);
     std::filesystem::remove("/tmp/.appident.counters");
     daemon = start_with_fast_clock();
     ASSERT_TRUE(comes_true(60, daemon_serves));
     EXPECT_EQ(listed(tablet.mac, "name") + ", " + listed(hosts[2].mac, "name"), "Ben's tablet, laptop");
-    for (const auto &[place, name] : {std::pair(1, "games"), std::pair(4, "screen")})
+    std::filesystem::create_directories("/var/lib/NetworkManager");
+    std::ofstream("/var/lib/NetworkManager/dnsmasq-home0.leases") << "1800000000 00:16:3e:00:00:13 192.168.77.63 notes *\n";
+    for (const auto &[place, name] :
+         {std::pair(1, "games"), std::pair(2, "notes"), std::pair(3, "handy"), std::pair(4, "screen")})
         EXPECT_TRUE(comes_true(20, [&, at = place, wanted = name] { return listed(hosts[at].mac, "name") == wanted; })) << name;
     EXPECT_EQ(text_of("/var/lib/appident/roster.json"), roster);
 }

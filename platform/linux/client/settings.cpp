@@ -20,7 +20,7 @@ constexpr u32 offline_least = 1;
 constexpr u32 offline_most = 24 * 60;
 
 platform_settings current = {
-    "auto", "/var/lib/appident", "/run/appident", false, 0, 1024 * 1024, APPIDENT_DATADIR "/catalogue.json", 0, 60 * minute,
+    "auto", "/var/lib/appident", "/run/appident", false, 0, 1024 * 1024, APPIDENT_DATADIR "/catalogue.json", 0, 60 * minute, "",
     false};
 pthread_once_t read_once = PTHREAD_ONCE_INIT;
 
@@ -69,6 +69,7 @@ void read_settings()
     take_text(root.get(), "state_dir", current.state_dir);
     take_text(root.get(), "runtime_dir", current.runtime_dir);
     take_text(root.get(), "catalogue", current.catalogue);
+    take_text(root.get(), "leases", current.leases);
     take_group(root.get());
     current.spool_limit = number_or(root.get(), "spool_limit", spool_least, spool_most, current.spool_limit);
     current.default_role = static_cast<int>(number_or(root.get(), "default_role", 0, role_most, 0));

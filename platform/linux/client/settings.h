@@ -22,6 +22,7 @@ struct platform_settings {
     char catalogue[200]; // "catalogue": the installed one, which the state directory's adds to
     int default_role;    // "default_role": of devices that nobody gave a role, 0 to 2
     u32 offline_after;   // "offline_after": minutes of silence, 1 to 1440; seconds here
+    char leases[200];    // "leases": a file of leases in dnsmasq's form, beside those of the known DHCP servers; none
     bool unreadable;     // the file is there and makes no sense, or names an unknown group
 };
 
