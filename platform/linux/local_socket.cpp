@@ -3,6 +3,7 @@
 #include "common/guards.h"
 #include "platform/linux/client/settings.h"
 #include "platform/linux/platform_counters.h"
+#include "platform/linux/socket_group.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -113,9 +114,7 @@ placed_socket place_socket(const char *path, int type)
     if (fd.get() < 0 || !beside.made ||
         bind(fd.get(), reinterpret_cast<const sockaddr *>(&beside.inside), sizeof(beside.inside)) != 0)
         return none;
-    // A group that cannot be given leaves the socket to our own.
-    int given = settings().has_socket_group ? lchown(inside, static_cast<uid_t>(-1), settings().socket_group) : 0;
-    static_cast<void>(given);
+    give_to_socket_group(inside);
     if (chmod(inside, owner_and_group) != 0 || lstat(inside, &placed.node) != 0 ||
         (type != SOCK_DGRAM && listen(fd.get(), waiting_clients) != 0) || !move_to(inside, path))
         return none;

@@ -2,6 +2,7 @@
 
 #include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
+#include "platform/linux/socket_group.h"
 #include "platform/linux/worker.h"
 
 #include <pthread.h>
@@ -40,10 +41,8 @@ void make_page()
     if (settings().unreadable)
         ++values[platform_settings_unreadable];
     page.fd = counter_page_create(path, page);
-    // Without the right to give it away it stays with our own group.
-    int given =
-        page.fd >= 0 && settings().has_socket_group ? fchown(page.fd, static_cast<uid_t>(-1), settings().socket_group) : 0;
-    static_cast<void>(given);
+    if (page.fd >= 0)
+        give_to_socket_group(page.fd);
     wake_fd = page.fd >= 0 ? eventfd(0, EFD_CLOEXEC) : -1;
     if (wake_fd >= 0 && !start_worker(copy_changes))
         wake_fd = -1;

@@ -3,6 +3,7 @@
 #include "platform/linux/client/settings.h"
 #include "platform/linux/directories.h"
 #include "platform/linux/platform_counters.h"
+#include "platform/linux/socket_group.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -20,9 +21,7 @@ bool open_spool(const char *path)
         spool = open(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0640);
     if (spool < 0)
         return false;
-    // Readable by those who may subscribe; without the right to give it away it stays with our own group.
-    int given = settings().has_socket_group ? fchown(spool, static_cast<uid_t>(-1), settings().socket_group) : 0;
-    static_cast<void>(given);
+    give_to_socket_group(spool); // readable by those who may subscribe
     return true;
 }
 
