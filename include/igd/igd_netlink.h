@@ -7,6 +7,7 @@
 #include "igd/igd_types.h"
 
 #include <linux/netlink.h>
+#include <stdalign.h>
 #include <stddef.h>
 #include <sys/socket.h>
 
@@ -18,8 +19,8 @@ enum { IGD_ACTION_ADD = 0, IGD_ACTION_DEL = 2 };
 
 // An open channel; filled by __nlk_msg_init.
 struct igd_netlink_handler {
-    sockaddr_nl src_addr;
-    sockaddr_nl dst_addr;
+    struct sockaddr_nl src_addr;
+    struct sockaddr_nl dst_addr;
     int sock_fd;
     u32 seq;
 };
@@ -36,16 +37,16 @@ struct igd_nlk_comm {
     int prio;
     int index;
 };
-static_assert(sizeof(igd_nlk_comm) == 36, "message header");
+static_assert(sizeof(struct igd_nlk_comm) == 36, "message header");
 
 // gid 5: a LAN device came on line or left.
 struct nlk_host_msg {
-    igd_nlk_comm comm;
-    in_addr addr;
+    struct igd_nlk_comm comm;
+    struct in_addr addr;
     unsigned char mac[6];
 };
-static_assert(sizeof(nlk_host_msg) == 48, "host message");
-static_assert(offsetof(nlk_host_msg, addr) == 36 && offsetof(nlk_host_msg, mac) == 40, "host message");
+static_assert(sizeof(struct nlk_host_msg) == 48, "host message");
+static_assert(offsetof(struct nlk_host_msg, addr) == 36 && offsetof(struct nlk_host_msg, mac) == 40, "host message");
 
 // gid 6, mid 11: the kernel engine saw an application. Byte counters are 8-aligned on every target.
 struct sys_msg_appident {
@@ -63,19 +64,21 @@ struct sys_msg_appident {
     unsigned char mac[6];
     u32 ruleid;
 };
-static_assert(sizeof(sys_msg_appident) == 64, "application event");
-static_assert(offsetof(sys_msg_appident, ip) == 20 && offsetof(sys_msg_appident, up_bytes) == 24, "application event");
-static_assert(offsetof(sys_msg_appident, mac) == 48 && offsetof(sys_msg_appident, ruleid) == 56, "application event");
+static_assert(sizeof(struct sys_msg_appident) == 64, "application event");
+static_assert(offsetof(struct sys_msg_appident, ip) == 20 && offsetof(struct sys_msg_appident, up_bytes) == 24,
+              "application event");
+static_assert(offsetof(struct sys_msg_appident, mac) == 48 && offsetof(struct sys_msg_appident, ruleid) == 56,
+              "application event");
 
 // gid 6: a system message; the member of the union is told by mid.
 struct nlk_sys_msg {
-    igd_nlk_comm comm;
+    struct igd_nlk_comm comm;
     union {
-        sys_msg_appident appident;
+        struct sys_msg_appident appident;
         unsigned char bytes[304];
     } msg;
 };
-static_assert(sizeof(nlk_sys_msg) == 344, "system message");
-static_assert(offsetof(nlk_sys_msg, msg) == 40, "system message");
+static_assert(sizeof(struct nlk_sys_msg) == 344, "system message");
+static_assert(offsetof(struct nlk_sys_msg, msg) == 40, "system message");
 
 #endif

@@ -5,6 +5,7 @@
 #ifndef IGD_TYPES_H
 #define IGD_TYPES_H
 
+#include <assert.h>
 #include <netinet/in.h>
 #include <stdint.h>
 #include <time.h>
@@ -15,16 +16,16 @@ typedef uint64_t u64;
 // The router's own LAN interface.
 struct nos_lan_cfg {
     unsigned char mac[6];
-    in_addr ip;
-    in_addr mask;
+    struct in_addr ip;
+    struct in_addr mask;
 };
-static_assert(sizeof(nos_lan_cfg) == 16, "LAN settings are 16 bytes");
+static_assert(sizeof(struct nos_lan_cfg) == 16, "LAN settings are 16 bytes");
 
 // Host-name look-up. The caller sets key, action and mac; the library fills the rest.
 struct nos_hostname_cfg {
     int key;
     int action;
-    in_addr ip;
+    struct in_addr ip;
     unsigned char mac[6];
     char name[33];
     char manu_name[33];
@@ -58,6 +59,6 @@ struct appident_payment_notify_st {
     char mac[20];
     u32 enable, weixin, alipay, qqpay, applepay;
 };
-static_assert(sizeof(appident_payment_notify_st) == 40, "payment switches are 40 bytes");
+static_assert(sizeof(struct appident_payment_notify_st) == 40, "payment switches are 40 bytes");
 
 #endif
