@@ -1,5 +1,5 @@
 // Runs a target on its seeds, on every cut and every changed byte of them, and on the inputs that once were findings. Needs no
-// fuzzing engine, so it stands in every build's tests; an emulated processor takes every third byte.
+// fuzzing engine, so it stands in every build's tests; an emulated processor takes some of the bytes.
 //
 // usage: fuzz_replay TARGET [FILE...]     or     fuzz_replay --write-seeds DIRECTORY
 #include "fuzz/targets.h"
