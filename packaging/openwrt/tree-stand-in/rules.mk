@@ -6,3 +6,4 @@ INSTALL_BIN := install -m0755
 INSTALL_CONF := install -m0600
 INSTALL_DATA := install -m0644
 CP := cp -fpR
+LN := ln -sf
