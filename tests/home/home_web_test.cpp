@@ -324,7 +324,7 @@ TEST_F(home_web, changes_what_the_daemon_keeps)
     ASSERT_TRUE(comes_true(daemon_serves));
     set_password("Ada");
     host = std::string(lan_address) + ":8480"; // the daemon's LAN
-    begin();
+    begin(",\"web\":{\"appidentctl\":\"" TOOL "\"}");
     EXPECT_EQ(output_of("curl -s http://127.0.0.1:8480/healthz"), "");
     login("Ada");
     std::string name = std::string("devices/") + tablet, limits = std::string("limits/") + tablet,
@@ -359,6 +359,12 @@ TEST_F(home_web, changes_what_the_daemon_keeps)
                      "\"before\":\"none\",\"after\":\"video and social 75, learning\""),
         std::string::npos)
         << changes;
+    kill(daemon, SIGSTOP); // as when it hangs
+    bool told = false;     // with a few chances on a busy processor, seconds each
+    for (int tries = 0; tries < 20 && !told; ++tries)
+        told = ask("/api/v1/counters", "", "Ada").text.find("socket: nobody answers") != std::string::npos;
+    EXPECT_TRUE(told);
+    kill(daemon, SIGCONT);
     EXPECT_EQ(stop_daemon(daemon), status_after_sigterm);
     daemon = -1;
     EXPECT_EQ(write("PUT", limits, "{\"limits\":[{\"class\":2,\"minutes\":10}]}", "Ada").code(), "daemon_silent");
