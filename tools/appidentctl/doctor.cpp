@@ -98,7 +98,10 @@ finding check_owners(const evidence &seen)
 {
     struct stat process = {}, about = {};
     if (stat(("/proc/" + number(seen.own.owner)).c_str(), &process) != 0)
-        return {fine, "not to be told while no daemon runs", ""};
+        return {fine,
+                owner_lives(seen.own) ? "not to be seen from here: the daemon's process is hidden"
+                                      : "not to be told while no daemon runs",
+                ""};
     for (const std::string &path : {seen.where.socket, seen.where.counters, seen.where.log})
         if (lstat(path.c_str(), &about) == 0 && about.st_uid != process.st_uid)
             return {fault, path + " belongs to " + user_text(about.st_uid) + ", the daemon to " + user_text(process.st_uid),
@@ -133,6 +136,8 @@ finding check_neighbours(const evidence &seen)
 {
     std::string name = lan_name(seen);
     int count = count_neighbours(name);
+    if (count < 0)
+        return {fine, "not to be seen from here", ""};
     if (count == 0)
         return {warning, "the kernel knows nobody on " + name, "is a device connected, and to this interface?"};
     return {fine, std::to_string(count) + " on " + name, ""};

@@ -30,10 +30,13 @@ lan_look look_at_lan(const std::string &interface)
 int count_neighbours(const std::string &interface)
 {
     constexpr unsigned int resolved = 0x2 | 0x4; // a MAC is known; permanent
-    std::unique_ptr<FILE, int (*)(FILE *)> file(fopen("/proc/net/arp", "re"), fclose);
+    // Not /proc/net, which a service that sees only processes (ProcSubset=pid) does not have.
+    std::unique_ptr<FILE, int (*)(FILE *)> file(fopen("/proc/self/net/arp", "re"), fclose);
+    if (!file)
+        return -1;
     int count = 0;
     char line[256];
-    while (file && fgets(line, sizeof(line), file.get())) {
+    while (fgets(line, sizeof(line), file.get())) {
         unsigned int flags = 0;
         char device[64] = "";
         if (sscanf(line, "%*s %*s %x %*s %*s %63s", &flags, device) == 2 && (flags & resolved) && interface == device)

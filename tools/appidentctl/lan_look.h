@@ -11,7 +11,7 @@ struct lan_look {
 };
 
 lan_look look_at_lan(const std::string &interface);
-// Resolved IPv4 neighbours on the interface.
+// Resolved IPv4 neighbours on the interface; -1 when the kernel does not show them.
 int count_neighbours(const std::string &interface);
 
 #endif

@@ -118,6 +118,21 @@ TEST_F(tool, finds_out_what_keeps_the_feed_from_telling_apps)
     EXPECT_NE(run("doctor").words.find("2 messages, and none arrived"), std::string::npos);
 }
 
+// As a service sees it that is shown its own process alone, such as appident-home.
+TEST_F(tool, does_not_take_hidden_for_absent)
+{
+    const std::string hide = "unshare -mn sh -c 'ip link set lo up && "
+                             "ip neighbour add 127.0.0.2 lladdr 02:00:00:00:00:02 dev lo nud permanent && "
+                             "mount -t proc -o subset=pid,hidepid=ptraceable none /proc && "
+                             "exec setpriv --bounding-set=-all \"$@\"' - ";
+    if (run("version", hide).code != 0)
+        GTEST_SKIP() << "NOT TESTED HERE: no /proc of our own can be made";
+    std::string words = run("doctor --json", hide).words;
+    for (const char *expected : {R"("owners","level":"ok","text":"not to be seen from here)",
+                                 R"("neighbours","level":"ok","text":"1 on lo")"})
+        EXPECT_NE(words.find(expected), std::string::npos) << words;
+}
+
 TEST_F(tool, leads_a_new_household_through_the_first_steps)
 {
     write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01"}]})");
