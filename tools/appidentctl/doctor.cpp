@@ -152,12 +152,18 @@ finding check_roster(const evidence &seen)
     return expect_none(seen[platform_roster_entries_refused], "roster entries left out", "each needs a MAC of its own");
 }
 
+long watched_devices(const evidence &seen)
+{
+    return std::count_if(seen.known.devices.begin(), seen.known.devices.end(),
+                         [](const known_device &one) { return one.role > 0; });
+}
+
 finding check_roles(const evidence &seen)
 {
     if (!seen.known.devices_known)
         return {fault, "no devices: nobody answers, and there is no roster at " + seen.where.roster, "start the daemon"};
     auto count = [&](auto holds) { return std::count_if(seen.known.devices.begin(), seen.known.devices.end(), holds); };
-    auto with_role = count([](const known_device &one) { return one.role > 0; });
+    auto with_role = watched_devices(seen);
     auto online = count([](const known_device &one) { return one.role > 0 && one.on_line; });
     auto limited = count([](const known_device &one) { return one.role == 1; });
     std::string text = std::to_string(with_role) + " of " + std::to_string(seen.known.devices.size()) + " have a role, " +
@@ -197,8 +203,10 @@ finding check_unknown_macs(const evidence &seen)
 
 finding check_unknown_devices(const evidence &seen)
 {
-    return expect_none(seen[counter_hits_unknown_device], "hits from devices that are not tracked",
-                       "give the device a role and let it come on line again");
+    u32 hits = seen[counter_hits_unknown_device];
+    if (watched_devices(seen) > 0) // to leave the others alone is the household's choice
+        return {fine, number(hits) + " hits of devices that nobody watches", ""};
+    return expect_none(hits, "hits from devices that are not tracked", "give the device a role and let it come on line again");
 }
 
 finding check_lost(const evidence &seen)
@@ -330,9 +338,7 @@ void print_first_steps(const evidence &seen)
         {seen.reachable || seen.state == daemon_starting, "start the daemon"},
         {seen.own.found && accounting_messages(seen) > 0,
          "let something tell it the apps: install and start appident-feed, or load a vendor's module"},
-        {std::any_of(seen.known.devices.begin(), seen.known.devices.end(),
-                     [](const known_device &one) { return one.role > 0; }),
-         "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
+        {watched_devices(seen) > 0, "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
         {seen[counter_hits_tracked] > 0,
          "use a watched device for some minutes, and see appident-home's page (port 8480 of this box) or 'appidentctl today'"},
     };

@@ -48,6 +48,7 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         const char *expected; // beside the loopback's lack of neighbours
     } cases[] = {
         {[] {}, "", 4, ""},
+        {[] { set("hits_unknown_device", 5); }, "", 4, ""},
         {[] { set("traffic_messages", 0); }, "", 5, "feed warning;traffic fault;"},
         {[] { set("traffic_other", 5); }, "", 5, "feed warning;traffic fault;"},
         {[] { set("hits_tracked", 0); }, "", 5, "records fault;"},
@@ -60,7 +61,8 @@ TEST_F(tool, finds_out_why_there_is_no_data)
              set("pushes", 0), set("last_hit_time", static_cast<u32>(time(nullptr)) - 4000);
          },
          "", 4, "decoding warning;unknown MACs warning;losses warning;records warning;tables warning;pushes warning;"},
-        {[] { write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":0}]})"); }, "", 5, "devices fault;"},
+        {[] { write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":0}]})"), set("hits_unknown_device", 5); },
+         "", 5, "devices fault;untracked devices warning;"},
         {[] {}, "--settings=$HOME_DIR/wrong.json", 5, "LAN fault;"},
         {[] {}, "--settings=$HOME_DIR/junk.json", 5, "settings fault;"},
         {[] {}, "--settings=$HOME_DIR/gone.json", 5, "disk fault;"},

@@ -90,7 +90,7 @@ int serve(unsigned int id, void *pa, void *pb, void *pc)
 }
 
 const char *const counter_names[] = {"serving",       "started_uptime", "traffic_messages", "traffic_undecodable",
-                                     "traffic_lost",  "traffic_other",  "hits_tracked",     "hits_unknown_mac",
+                                     "traffic_lost",  "traffic_other",  "hits_tracked",     "hits_unknown_mac", "hits_unknown_device",
                                      "last_hit_time", "pushes",         "last_push_time",   "app_table_full",
                                      "a_new_one"};
 std::atomic<u32> values[std::size(counter_names)];
