@@ -336,7 +336,7 @@ void print_first_steps(const evidence &seen)
         const char *step;
     } steps[] = {
         {seen.reachable || seen.state == daemon_starting, "start the daemon"},
-        {seen.own.found && accounting_messages(seen) > 0,
+        {seen.feed_runs() || (seen.own.found && accounting_messages(seen) > 0),
          "let something tell it the apps: install and start appident-feed, or load a vendor's module"},
         {watched_devices(seen) > 0, "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
         {seen[counter_hits_tracked] > 0,
