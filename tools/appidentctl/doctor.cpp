@@ -19,6 +19,11 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+severity level_after_quiet(u32 since)
+{
+    return seconds_since(since) > quiet_seconds ? fault : warning;
+}
+
 finding expect_none(u32 value, const char *what, const char *advice)
 {
     return value ? finding{warning, std::to_string(value) + " " + what, advice} : finding{fine, std::string("no ") + what, ""};
@@ -173,20 +178,36 @@ finding check_roles(const evidence &seen)
     return online ? finding{fine, text, ""} : finding{warning, text, "none can use anything now"};
 }
 
+// How long ago the daemon was started.
+std::string start_text(const evidence &seen)
+{
+    return span_text(seconds_since(seen[counter_started_uptime]));
+}
+
+// The feed may have sent all its messages before the daemon was there to take them.
+finding check_arrival(const evidence &seen)
+{
+    u32 sent = seen[feed_messages_sent];
+    if (sent == 0)
+        return {warning, "the feed has not found an app in use yet", "use one; it is told within a minute"};
+    bool is_older = seconds_since(seen[feed_started_uptime]) > seconds_since(seen[counter_started_uptime]) + quiet_seconds;
+    return {is_older ? warning : level_after_quiet(seen[counter_started_uptime]),
+            "the feed sent " + number(sent) + " messages, and none arrived since the daemon's start, " + start_text(seen) +
+                " ago",
+            "use an app for some minutes; if none arrives then, restart both"};
+}
+
 finding check_traffic(const evidence &seen)
 {
-    constexpr const char *engine = "this kernel has no inspection engine: install appident-feed, which sees the apps instead; "
-                                   "on a vendor's kernel, load its module";
-    if (accounting_messages(seen) == 0 && seen.feed_runs())
-        return seen[feed_messages_sent] == 0
-                   ? finding{warning, "the feed has not found an app in use yet", "use one; it is told within a minute"}
-                   : finding{fault, "the feed sent " + number(seen[feed_messages_sent]) + " messages, and none arrived",
-                             "wait a minute where the daemon was just started; else restart both"};
-    if (accounting_messages(seen) == 0)
-        return {fault,
-                "no accounting message since the start, " + span_text(seconds_since(seen[counter_started_uptime])) + " ago",
-                engine};
-    return {fine, number(accounting_messages(seen)) + " accounting messages", ""};
+    if (accounting_messages(seen) > 0)
+        return {fine, number(accounting_messages(seen)) + " accounting messages", ""};
+    if (seen.feed_runs())
+        return check_arrival(seen);
+    severity level = level_after_quiet(seen[counter_started_uptime]);
+    return {level, "no accounting message since the start, " + start_text(seen) + " ago",
+            level == warning ? "use an app for some minutes; to see it takes appident-feed, or a vendor's kernel"
+                             : "this kernel has no inspection engine: install appident-feed, which sees the apps instead; on a "
+                               "vendor's kernel, load its module"};
 }
 
 finding check_decoding(const evidence &seen)
@@ -217,8 +238,10 @@ finding check_lost(const evidence &seen)
 
 finding check_records(const evidence &seen)
 {
+    // Where only devices that nobody watches were in use, nothing is wrong.
+    bool is_wrong = accounting_messages(seen) > 0 && seen[counter_hits_unknown_device] == 0;
     if (seen[counter_hits_tracked] == 0)
-        return {accounting_messages(seen) ? fault : warning, "nothing recorded yet",
+        return {is_wrong ? level_after_quiet(seen[counter_started_uptime]) : warning, "nothing recorded yet",
                 "see the lines above; " + number(seen[counter_hits_foreign]) + " hits were of no app of ours"};
     time_t age = std::max<time_t>(seen.now - static_cast<time_t>(seen[counter_last_hit_time]), 0);
     std::string text = number(seen[counter_hits_tracked]) + " hits recorded, the last " + span_text(age) + " ago";
@@ -338,7 +361,8 @@ void print_first_steps(const evidence &seen)
         {seen.reachable || seen.state == daemon_starting, "start the daemon"},
         {seen.feed_runs() || (seen.own.found && accounting_messages(seen) > 0),
          "let something tell it the apps: install and start appident-feed, or load a vendor's module"},
-        {watched_devices(seen) > 0, "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
+        {watched_devices(seen) > 0,
+         "name the devices and watch some: appidentctl device ADDRESS --name \"Ben's tablet\" --role 1"},
         {seen[counter_hits_tracked] > 0,
          "use a watched device for some minutes, and see appident-home's page (port 8480 of this box) or 'appidentctl today'"},
     };

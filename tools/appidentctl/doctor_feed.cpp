@@ -6,8 +6,6 @@
 
 namespace {
 
-// In a household that has devices, the router forwards something within this time.
-constexpr u32 quiet_seconds = 600;
 constexpr const char *how_to_start =
     "start it: 'systemctl enable --now appident-feed' or '/etc/init.d/appident-feed enable' and 'start'";
 
@@ -36,7 +34,7 @@ finding check_feed(const evidence &seen)
         return {fault, "process " + std::to_string(seen.feed.owner) + " has ended; the figures are those of its run",
                 std::string(how_to_start) + "; its messages are in the journal or in 'logread'"};
     u32 up = seconds_since(seen[feed_started_uptime]);
-    severity quiet = up > quiet_seconds ? fault : warning;
+    severity quiet = level_after_quiet(seen[feed_started_uptime]);
     if (seen[feed_packets] == 0)
         return {quiet, "no packet seen in " + span_text(up), "does this box forward what the devices send? a switch does not"};
     if (seen[feed_flows] == 0)

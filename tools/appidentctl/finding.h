@@ -29,6 +29,11 @@ struct evidence {
     bool feed_runs() const { return feed.found && owner_lives(feed); }
 };
 
+// In a household that has devices, the router forwards something within this time. Nothing since an uptime second: a warning
+// until then, a fault after it.
+constexpr u32 quiet_seconds = 600;
+severity level_after_quiet(u32 since);
+
 // A counter that should be 0.
 finding expect_none(u32 value, const char *what, const char *advice);
 

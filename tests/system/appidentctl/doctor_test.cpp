@@ -50,8 +50,10 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         {[] {}, "", 4, ""},
         {[] { set("hits_unknown_device", 5); }, "", 4, ""},
         {[] { set("traffic_messages", 0); }, "", 5, "feed warning;traffic fault;"},
+        {[] { set("traffic_messages", 0), set("started_uptime", uptime()); }, "", 4, "feed warning;traffic warning;"},
         {[] { set("traffic_other", 5); }, "", 5, "feed warning;traffic fault;"},
         {[] { set("hits_tracked", 0); }, "", 5, "records fault;"},
+        {[] { set("hits_tracked", 0), set("hits_unknown_device", 5); }, "", 4, "records warning;"},
         {[] { EXPECT_TRUE(chown((home + "/log").c_str(), 65534, 65534) == 0 || geteuid() != 0); }, "", geteuid() == 0 ? 5 : 4,
          geteuid() == 0 ? "owners fault;" : ""},
         {[] { set("last_hit_time", static_cast<u32>(time(nullptr)) + 4000); }, "", 4, "clock warning;"},
@@ -61,7 +63,9 @@ TEST_F(tool, finds_out_why_there_is_no_data)
              set("pushes", 0), set("last_hit_time", static_cast<u32>(time(nullptr)) - 4000);
          },
          "", 4, "decoding warning;unknown MACs warning;losses warning;records warning;tables warning;pushes warning;"},
-        {[] { write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":0}]})"), set("hits_unknown_device", 5); },
+        {[] {
+             write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":0}]})"), set("hits_unknown_device", 5);
+         },
          "", 5, "devices fault;untracked devices warning;"},
         {[] {}, "--settings=$HOME_DIR/wrong.json", 5, "LAN fault;"},
         {[] {}, "--settings=$HOME_DIR/junk.json", 5, "settings fault;"},
@@ -77,6 +81,7 @@ TEST_F(tool, finds_out_why_there_is_no_data)
         utime((home + "/old.log").c_str(), &long_ago);
         for (const char *name : {"traffic_messages", "hits_tracked", "pushes"})
             set(name, 5);
+        set("started_uptime", uptime() - 3600);
         set("last_hit_time", static_cast<u32>(time(nullptr)));
         one.spoil();
         outcome got = run("doctor --json --log=$HOME_DIR/log " + std::string(one.options));
@@ -106,12 +111,15 @@ TEST_F(tool, finds_out_what_keeps_the_feed_from_telling_apps)
         {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_failed, 1}}, 2, "feed's input fault;"},
         {{{feed_packets, 9}, {feed_flows, 3}, {feed_offload_unguarded, 1}}, 2, "offloading fault;"},
         {{{feed_packets, 9}, {feed_flows, 3}}, 0, "traffic warning;"},
-        {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_sent, 2}}, 0, "traffic fault;"},
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_sent, 2}, {feed_started_uptime, now - 7200}},
+         0,
+         "traffic warning;"},
+        {{{feed_packets, 9}, {feed_flows, 3}, {feed_messages_sent, 2}, {feed_started_uptime, hour_ago}}, 0, "traffic fault;"},
     };
     for (const auto &one : cases) {
         SetUp();
         write_file("log", "a line\n");
-        set("traffic_messages", one.heard), set("hits_tracked", 1), set("pushes", 1);
+        set("traffic_messages", one.heard), set("hits_tracked", 1), set("pushes", 1), set("started_uptime", hour_ago);
         set("last_hit_time", static_cast<u32>(time(nullptr)));
         feed_says(one.said);
         std::string words = run("doctor --json --log=$HOME_DIR/log").words, found = complaints(words);
@@ -130,8 +138,8 @@ TEST_F(tool, does_not_take_hidden_for_absent)
     if (run("version", hide).code != 0)
         GTEST_SKIP() << "NOT TESTED HERE: no /proc of our own can be made";
     std::string words = run("doctor --json", hide).words;
-    for (const char *expected : {R"("owners","level":"ok","text":"not to be seen from here)",
-                                 R"("neighbours","level":"ok","text":"1 on lo")"})
+    for (const char *expected :
+         {R"("owners","level":"ok","text":"not to be seen from here)", R"("neighbours","level":"ok","text":"1 on lo")"})
         EXPECT_NE(words.find(expected), std::string::npos) << words;
 }
 

@@ -89,10 +89,10 @@ int serve(unsigned int id, void *pa, void *pb, void *pc)
     return 0;
 }
 
-const char *const counter_names[] = {"serving",       "started_uptime", "traffic_messages", "traffic_undecodable",
-                                     "traffic_lost",  "traffic_other",  "hits_tracked",     "hits_unknown_mac", "hits_unknown_device",
-                                     "last_hit_time", "pushes",         "last_push_time",   "app_table_full",
-                                     "a_new_one"};
+const char *const counter_names[] = {
+    "serving",        "started_uptime",   "traffic_messages",    "traffic_undecodable", "traffic_lost", "traffic_other",
+    "hits_tracked",   "hits_unknown_mac", "hits_unknown_device", "last_hit_time",       "pushes",       "last_push_time",
+    "app_table_full", "a_new_one"};
 std::atomic<u32> values[std::size(counter_names)];
 
 } // namespace
