@@ -86,7 +86,9 @@ bool read_options(int count, char **words, const char *short_options, command_li
     opterr = 0;
     for (int found = 0; (found = getopt_long(count, words, short_options, known.data(), nullptr)) != -1;) {
         if (found == ':' || found == '?') {
-            const char *word = words[optind - 1];
+            // In a word such as "-json" it is a letter; optind moves only behind the word.
+            const char letter[] = {'-', static_cast<char>(optopt), 0};
+            const char *word = optopt > 0 && optopt < option_base ? letter : words[optind - 1];
             if (found == ':')
                 usage_error(*line, "%s lacks its value", word);
             else

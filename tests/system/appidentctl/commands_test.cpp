@@ -35,6 +35,7 @@ TEST_F(tool, tells_wrong_command_lines_from_refusals_and_absence)
         {"frob", 2, "'frob' is no command"},
         {"apps a8:00:00:00:00-01", 2, "no device is called"},
         {"apps a8:00:00:00:00:01 --follow", 2, "does not take --follow"},
+        {"limits ann -json", 2, "limits does not take -j\n"},
         {"limits ann --set", 2, "--set lacks its value"},
         {"limits ann bob", 2, "'bob' is one word too many"},
         {"limits", 2, "limits needs a device"},
