@@ -95,6 +95,17 @@ size_t pick(const command_line &line, const char *what, const std::vector<named>
     return all.size();
 }
 
+// An IPv4 or IPv6 address in its usual form; empty for what is none.
+std::string address_text(const std::string &words)
+{
+    in6_addr address;
+    char text[INET6_ADDRSTRLEN] = "";
+    for (int family : {AF_INET, AF_INET6})
+        if (inet_pton(family, words.c_str(), &address) == 1)
+            inet_ntop(family, &address, text, sizeof(text));
+    return text;
+}
+
 bool is_number(const std::string &words)
 {
     return !words.empty() && std::all_of(words.begin(), words.end(), [](unsigned char c) { return isdigit(c); });
@@ -107,17 +118,16 @@ std::string device_from_words(const command_line &line, const household &known, 
     std::string mac = device_text(words);
     if (!mac.empty())
         return mac;
-    in6_addr address;
-    bool by_address = inet_pton(AF_INET, words.c_str(), &address) == 1;
+    std::string address = address_text(words);
     std::vector<named> all;
     for (size_t i = 0; i < known.devices.size(); i++) {
         const known_device &one = known.devices[i];
-        if (by_address && one.address == words)
+        if (!address.empty() && address_text(one.address) == address)
             return one.mac;
         std::string name = device_name(known, one.mac);
         all.push_back({name, i, name + " (" + one.mac + ")"});
     }
-    if (by_address) {
+    if (!address.empty()) {
         usage_error(line, "no device has the address %s; 'appidentctl devices' lists them", words.c_str());
         return "";
     }

@@ -25,12 +25,15 @@ TEST_F(tool, knows_devices_apps_and_classes_by_what_people_call_them)
     };
     write_file("roster.json", R"({"devices":[{"mac":"A8-00-00-00-00-01","role":1,"name":"Ann","online":true},
         {"mac":"A8-00-00-00-00-02","name":"Bob"},{"mac":"A8-00-00-00-00-03","name":"小明的平板电脑"},
-        {"mac":"A8-00-00-00-00-04","name":"Ben"}]})");
+        {"mac":"A8-00-00-00-00-04","name":"Ben","address":"2001:db8::9"}]})");
     for (const auto &one : cases) {
         script.asked = "";
         outcome got = run(std::string("apps '") + one.words + "'");
         EXPECT_NE((script.asked + got.words).find(one.meant), std::string::npos) << one.words << script.asked << got.words;
     }
+    // By the roster alone; the library would tell what the kernel knows.
+    std::string ben = run("device 2001:DB8::09 --socket=$HOME_DIR/none").words;
+    EXPECT_NE(ben.find("A8-00-00-00-00-04"), std::string::npos) << ben;
     for (const char *words : {"1", "games", "GAM"})
         EXPECT_NE(run(std::string("catalogue --class ") + words).words.find("1002  Blocks  games\n"), std::string::npos)
             << words;
