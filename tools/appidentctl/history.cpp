@@ -163,10 +163,13 @@ void print_as_table(const household &known, const history_view &view)
                json_text(gap, "why") == "restart" ? "the daemon was started"
                : json_text(gap, "why") == "clock" ? "the clock was set"
                : lost < 0                         ? "pushes were lost"
+               : lost == 1                        ? "a push was lost"
                                                   : (whole(lost) + " pushes were lost").c_str());
     }
-    printf("Kept from %s to %s.\n", time_text(static_cast<time_t>(json_number(view.report, "kept_since", 0))).c_str(),
-           time_text(static_cast<time_t>(json_number(view.report, "kept_up_to", 0))).c_str());
+    time_t since = static_cast<time_t>(json_number(view.report, "kept_since", 0)),
+           up_to = static_cast<time_t>(json_number(view.report, "kept_up_to", 0));
+    if (since)
+        printf("Kept from %s%s.\n", time_text(since).c_str(), up_to ? (" to " + time_text(up_to)).c_str() : "");
 }
 
 // As spreadsheets take it. What they would run as a formula is made a text.
