@@ -78,7 +78,7 @@ void print_table(history *of, const known_names &known, const report_scope &scop
                app_name(*known.apps, one.app).c_str());
     int64_t lost = of->counts[count_lost];
     if (lost > 0)
-        printf("\n%lld pushes were lost.\n", static_cast<long long>(lost));
+        printf("\nPushes lost: %lld.\n", static_cast<long long>(lost));
 }
 
 } // namespace

@@ -111,7 +111,7 @@ void add_feed(text_table *table, const counters &feed)
         {value(feed_messages_failed), "messages failed"},
         {value(feed_flow_table_full) + value(feed_inspections_full) + value(feed_device_table_full) + value(feed_uses_full),
          "times a table was full"},
-        {value(feed_offload_unguarded), "rules that offload connections too early"},
+        {value(feed_offload_unguarded), "rules that offload connections too early, or uncounted"},
         {value(feed_lines_skipped), "lines of apps.conf skipped"},
     };
     std::string all;
