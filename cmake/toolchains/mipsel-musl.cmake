@@ -13,3 +13,5 @@ string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -L${APPIDENT_TARGET_ROOT}/lib/mipsel
 string(APPEND CMAKE_SHARED_LINKER_FLAGS_INIT " -L${APPIDENT_TARGET_ROOT}/lib/mipsel-linux-musl -l:libc.so")
 # The C++ library that comes with this compiler cannot be part of a position-independent program.
 set(APPIDENT_PIE OFF)
+# Nor can it compile a header by itself.
+set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
