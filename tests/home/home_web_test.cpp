@@ -51,7 +51,8 @@ struct home_web : testing::Test {
     {
         std::filesystem::create_directories(runtime_directory);
         write_file(settings, "{\"database\":\"" + database + "\",\"runtime_dir\":\"" + runtime_directory +
-                                 "\",\"catalogue\":\"" + state_directory + "/catalogue.json\"" + more + "}");
+                                 "\",\"installed_catalogue\":\"/none\",\"catalogue\":\"" + state_directory +
+                                 "/catalogue.json\"" + more + "}");
         std::string starter = directory.file("start");
         write_file(starter, "#!/bin/sh\nexec " HOME_PROGRAM " --settings " + settings + "\n");
         chmod(starter.c_str(), 0700);

@@ -85,7 +85,9 @@ function request(method, where, headers = {}, body = undefined, from = "127.0.0.
 async function serve(evening) {
   const settings = path.join(directory, "home.json");
   const database = path.join(directory, "home.db");
-  const household = { runtime_dir: "/tmp/household/run", catalogue: "/tmp/household/state/catalogue.json" };
+  // Without the apps of a package that may be installed here.
+  const apps = { installed_catalogue: "/none", catalogue: "/tmp/household/state/catalogue.json" };
+  const household = { runtime_dir: "/tmp/household/run", ...apps };
   const web = { listen: "127.0.0.1", port, web: { files: page_files, appidentctl: ctl } };
   fs.writeFileSync(settings, JSON.stringify({ database, commit_interval: 1, ...household, ...web }));
   const home = spawn("nsenter", [...evening.words, program, "--settings", settings], { stdio: "inherit" });
