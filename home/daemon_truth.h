@@ -13,7 +13,7 @@ struct daemon_truth {
     bool answers = false;                         // the last request was answered
     int64_t answered = 0;                         // epoch second of the last answer
     bool names_known = true;                      // request 1000 is answered, as far as is known
-    int64_t long_gone = 90 * 86400;               // seconds after which a device of which nobody said anything is not listed
+    int64_t long_gone = 90 * 86400;               // seconds unseen; longer, a device without role and given name is not listed
     std::vector<use_now> now;                     // in use as of `answered`; of devices with a role
     std::string lan_interface;                    // as the daemon chose it, "" while that is not known
     std::map<std::string, int64_t> on_line_since; // by MAC, of those on line; epoch seconds

@@ -16,7 +16,7 @@ struct home_settings {
     std::string runtime_dir = "/run/appident"; // the daemon's: spool and its bell
     std::string request_socket = "/tmp/.appident.ipc";
     std::string installed_catalogue = APPIDENT_DATADIR "/catalogue.json"; // names and classes of apps
-    std::string catalogue = "/var/lib/appident/catalogue.json";           // the owner's, which the installed one is read before
+    std::string catalogue = "/var/lib/appident/catalogue.json";           // the owner's; it holds where both name an app
     std::string listen;                                                   // address of the page; empty: the LAN's own
     int64_t port = 8480;
     int64_t commit_interval = 15; // seconds; 300 spares flash
